@@ -1,0 +1,316 @@
+/**
+ * @file qv_btree.h
+ * An ordered map of opaque keys to opaque values: a threaded AVL binary tree behind a flat
+ * interface of free functions, for C99 and C++11.
+ */
+#ifndef QV_BASE_QV_BTREE_H
+#define QV_BASE_QV_BTREE_H
+
+#include <stdbool.h>
+#include <stddef.h>
+
+#include "basictypes.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * An ordered map.
+ *
+ * The contract below holds for every function of this header; each function adds only what is its
+ * own. Costs are given for a map of n entries and count comparator calls and steps alike.
+ *
+ * **Comparator.** For as long as keys are stored, the comparator must order them as one total
+ * order: the same answer for the same two keys, opposite answers for the keys exchanged, and
+ * `a < b`, `b < c` implies `a < c`. A key must not change its place in that order while it is
+ * stored. The map itself never looks behind a key or a value, so NULL is a key like any other to a
+ * comparator that can order it (but see qv_btree_remove_until()), and NULL is a value like any
+ * other. With a comparator that breaks these laws entries may become unreachable.
+ *
+ * **Ownership.** Storing an entry hands its key and its value to the map in one sense only: the
+ * map calls the key destructor and the value destructor when it lets go of them. A NULL destructor
+ * means that the map never releases that kind of object and the caller keeps that duty. When one
+ * entry or all of them are removed, the key's destructor runs before the value's; where an equal
+ * key arrives, the stored value's destructor runs before that of the key which is dropped.
+ *
+ * **Callbacks** run on the caller's thread, inside the call that caused them. A comparator,
+ * destructor or copy function must not call back into the map that called it, except that
+ * qv_btree_size() and qv_btree_empty() may be called at any time, and it must not leave by an
+ * exception or longjmp().
+ *
+ * **Nodes.** An entry stays in the node it was created in: a node pointer stays valid, and its
+ * entry in it, across every insertion, every overwriting of its value and every removal of other
+ * entries, until that entry is removed or the map is cleared, assigned to or freed. Using it after
+ * that is undefined.
+ *
+ * **Exhausted memory** shows as NULL from qv_btree_new() and qv_btree_copy(). An insertion that
+ * gets no memory for its node changes nothing, calls nothing but the comparator, and leaves key
+ * and value with the caller, who tells by comparing qv_btree_size() before and after: it grows by
+ * one for a new entry, and stays when an equal key was overwritten or the entry was refused. When
+ * the key is known to be absent, an unchanged size therefore means that there was no memory:
+ *
+ *     size_t before = qv_btree_size(map);
+ *     qv_btree_insert(map, key, value);    // key is not yet stored
+ *     if (qv_btree_size(map) == before) {  // no memory: key and value are still ours
+ *         free(key);
+ *         free(value);
+ *     }
+ *
+ * An entry that would lie deeper than 40 levels is refused in the same way. Only a map of more
+ * than 267 million entries can be that deep, and only if it was built in the worst of all orders.
+ *
+ * **Threads.** A map has no lock. Lookups, visits, node navigation, qv_btree_size(),
+ * qv_btree_empty() and copying from a map write nothing in it and may run in parallel with each
+ * other; every other call on a map must be serialized against all calls on the same map. There is
+ * no state outside the maps.
+ *
+ * **NULL.** Every function accepts a NULL map and then returns its neutral result (NULL, false, 0,
+ * and true from qv_btree_empty()) or does nothing.
+ */
+typedef struct qv_btree_s qv_btree_t;
+
+/** One entry of a map. It belongs to the map; see the rules for nodes at ::qv_btree_t. */
+typedef struct qv_btree_node_s qv_btree_node_t;
+
+/**
+ * @name Lifecycle and counters
+ * @{
+ */
+
+/**
+ * Creates an empty map, which the caller releases with qv_btree_free(). It allocates once.
+ *
+ * `key_compare` orders the keys; `key_dtor` and `value_dtor` release what the map lets go of, and
+ * either may be NULL. All three are fixed for the life of the map. Returns NULL when `key_compare`
+ * is NULL or there is no memory.
+ */
+qv_btree_t* qv_btree_new(qv_comparator_pt key_compare, qv_dtor_pt key_dtor, qv_dtor_pt value_dtor);
+
+/** Clears the map as qv_btree_clear() does, then releases the map itself. O(n). */
+void qv_btree_free(qv_btree_t* t);
+
+/**
+ * Removes every entry; the map stays usable. O(n), without a comparator call.
+ *
+ * Entries go in ascending order of their keys: key destructor, value destructor, then the node is
+ * released, before the next entry's turn. Inside the destructors the size is still the full one;
+ * it drops to 0 at the end.
+ */
+void qv_btree_clear(qv_btree_t* t);
+
+/** Returns the number of entries; 0 for NULL. O(1). */
+size_t qv_btree_size(const qv_btree_t* t);
+
+/** Tells whether the map has no entry; true for NULL. O(1). */
+bool qv_btree_empty(const qv_btree_t* t);
+
+/** @} */
+
+/**
+ * @name Node navigation
+ *
+ * An ordered walk needs no memory, no comparator call and O(n) steps in all:
+ *
+ *     qv_btree_node_t* node;
+ *     for (node = qv_btree_first_node(map); node != NULL; node = qv_btree_next_node(node)) {
+ *         use(qv_btree_node_key(node), qv_btree_node_value(node));
+ *     }
+ *
+ * Entries inserted behind the current one during a walk are met by it, those before it are not.
+ * @{
+ */
+
+/** Returns the node with the smallest key; NULL for an empty or NULL map. O(log n). */
+qv_btree_node_t* qv_btree_first_node(const qv_btree_t* t);
+
+/** Returns the node with the largest key; NULL for an empty or NULL map. O(log n). */
+qv_btree_node_t* qv_btree_last_node(const qv_btree_t* t);
+
+/**
+ * Returns the node with the next larger key; NULL after the last. O(1) on average over a walk,
+ * O(log n) at worst. `node` must not be NULL: that is undefined, and caught by an assertion.
+ */
+qv_btree_node_t* qv_btree_next_node(qv_btree_node_t* node);
+
+/** Returns the key stored in `node`, which stays the map's; NULL for NULL. O(1). */
+void* qv_btree_node_key(qv_btree_node_t* node);
+
+/** Returns the value stored in `node`, which stays the map's; NULL for NULL. O(1). */
+void* qv_btree_node_value(qv_btree_node_t* node);
+
+/** @} */
+
+/**
+ * @name Lookup and visiting
+ *
+ * None of these allocates, changes the map or calls a destructor. What they return stays the
+ * map's. The comparator is called from the root downwards with the caller's `key` first and a
+ * stored key second.
+ * @{
+ */
+
+/** Returns the node whose key equals `key`, or NULL when there is none. O(log n). */
+qv_btree_node_t* qv_btree_find_node(const qv_btree_t* t, const void* key);
+
+/**
+ * Returns the value stored under `key`, or NULL when there is none. O(log n). Only
+ * qv_btree_find_node() tells an absent key from one that is stored with a NULL value.
+ */
+void* qv_btree_find(qv_btree_t* t, const void* key);
+
+/**
+ * Returns the value of the entry with the smallest key and, unless `key` is NULL, stores that key
+ * in `*key`. For an empty or NULL map it returns NULL and sets `*key` to NULL. O(log n), without a
+ * comparator call.
+ */
+void* qv_btree_first(qv_btree_t* t, void** key);
+
+/**
+ * Returns the smallest stored key (not its value) that is not less than `key`, or NULL when every
+ * stored key is smaller. O(log n): the search goes down to a missing child even where it meets an
+ * equal key on its way.
+ *
+ * With the keys 10, 20 and 30: 5 gives 10, 20 gives 20, 21 gives 30, 31 gives NULL. To walk on from
+ * there, take the node under the result:
+ *
+ *     qv_btree_node_t* node = qv_btree_find_node(map, qv_btree_low_bound(map, key));
+ *
+ * (when the result may be NULL, test it first: the comparator would be called with it).
+ */
+void* qv_btree_low_bound(qv_btree_t* t, const void* key);
+
+/**
+ * Calls `func(key, value, user_data)` for the entries in ascending order of their keys until it
+ * returns true or there are no more. O(n), without a comparator call.
+ *
+ * `func` may use the map's lookups but must not insert into it or remove from it. It must not be
+ * NULL when the map has entries: that is undefined, and caught by an assertion.
+ */
+void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data);
+
+/** @} */
+
+/**
+ * @name Insertion
+ *
+ * O(log n), at most one allocation. The comparator is called from the root downwards with the new
+ * key first and a stored key second. Where an equal key is stored already, the entry keeps its node
+ * and nothing is allocated. There is no result: see "Exhausted memory" at ::qv_btree_t.
+ * @{
+ */
+
+/**
+ * Stores `value` under `key`. Over an equal key the **stored key stays**: the stored value goes to
+ * the value destructor, `value` takes its place, then `key` itself goes to the key destructor.
+ *
+ * Never pass the very key or value that is stored in the map when there is a destructor for it.
+ */
+void qv_btree_insert(qv_btree_t* t, void* key, void* value);
+
+/**
+ * Stores `value` under `key`. Over an equal key the **new key stays**: the stored value goes to the
+ * value destructor, `value` takes its place, then the stored key goes to the key destructor and
+ * `key` takes its place.
+ *
+ * Never pass the very key or value that is stored in the map when there is a destructor for it.
+ */
+void qv_btree_replace(qv_btree_t* t, void* key, void* value);
+
+/** @} */
+
+/**
+ * @name Removal
+ *
+ * One search and O(log n) for each entry removed, without allocation. The entry is unlinked and the
+ * tree balanced again; then the key destructor and the value destructor run, while qv_btree_size()
+ * still counts the entry; then its node is released and the size drops by one. No other node moves.
+ * @{
+ */
+
+/**
+ * Removes the entry whose key equals `key`. Returns false, having changed nothing, when there is
+ * none. `key` may be the stored key itself: it is not used after the search.
+ */
+bool qv_btree_remove(qv_btree_t* t, const void* key);
+
+/**
+ * Removes as qv_btree_remove() does, but searches with `key_compare`, called with `key` first and
+ * a stored key second. It may take another kind of key first, such as a name where records are
+ * stored, but must place it as the map's own comparator orders the stored keys, or the entry may
+ * not be found. It must not be NULL when the map has entries: that is undefined, and caught by an
+ * assertion.
+ */
+bool qv_btree_remove_cmp(qv_btree_t* t, const void* key, qv_comparator_pt key_compare);
+
+/**
+ * Removes the entry in `node`, a node of `t`, and returns the node with the next larger key, or
+ * NULL after the last entry and when `t` or `node` is NULL. The comparator is called to find the
+ * way from the root to the entry. Removing while walking:
+ *
+ *     while (node != NULL) {
+ *         node = unwanted(node) ? qv_btree_remove_node(map, node) : qv_btree_next_node(node);
+ *     }
+ */
+qv_btree_node_t* qv_btree_remove_node(qv_btree_t* t, qv_btree_node_t* node);
+
+/**
+ * Removes every entry whose key sorts before `key`, provided that `key` itself is stored; its own
+ * entry stays. Returns false, having removed nothing, when it is not stored. O(m log n) for m
+ * entries removed, in ascending order, each one as by qv_btree_remove().
+ *
+ * With the keys 1 to 10: 6 removes 1 to 5 and returns true, 1 removes nothing and returns true, 11
+ * removes nothing and returns false.
+ *
+ * An entry whose key is a NULL pointer is never removed: the call stops there and returns true. It
+ * stops and returns false at an entry that its own search cannot find again, which only a
+ * comparator that breaks its laws can bring about; the entries before it stay removed.
+ */
+bool qv_btree_remove_until(qv_btree_t* t, const void* key);
+
+/** @} */
+
+/**
+ * @name Copying
+ *
+ * A copy function makes the duplicate that the receiving map stores; with NULL in its place the two
+ * maps share the pointer. The source's entries are taken in ascending order, each one's key copied
+ * before its value, and go through qv_btree_insert(): O(n log n) with its comparator calls. The
+ * source is only read.
+ *
+ * An entry for which there is no memory is left out and the next one follows; the key and value
+ * that would have been stored are then released by nobody. Comparing the sizes of the two maps
+ * shows it. The map does not look at what a copy function returns: NULL is stored as any pointer.
+ * @{
+ */
+
+/**
+ * Returns a new map with the comparator and the entries of `tree`, which the caller releases with
+ * qv_btree_free(); NULL when `tree` is NULL or there is no memory for the map itself, and then no
+ * copy function is called.
+ *
+ * The new map takes over the key destructor of `tree` only with a `key_copy`, and its value
+ * destructor only with a `value_copy`: what it shares with `tree` it never releases, and it must
+ * not be used for longer than `tree` keeps it.
+ */
+qv_btree_t* qv_btree_copy(const qv_btree_t* tree, qv_copy_pt key_copy, qv_copy_pt value_copy);
+
+/**
+ * Clears `tree` as qv_btree_clear() does and fills it with the entries of `other`; a NULL `other`
+ * leaves it empty. Does nothing when both are the same map or `tree` is NULL.
+ *
+ * `tree` keeps its own comparator and destructors. It places the entries by its own comparator: of
+ * keys that it finds equal, the first stays with the last value, and the others go to its
+ * destructors as qv_btree_insert() describes. Objects shared by two maps that both have a
+ * destructor for them would be released twice: to share, use maps without that destructor.
+ */
+void qv_btree_assign(qv_btree_t* tree, const qv_btree_t* other, qv_copy_pt key_copy,
+                     qv_copy_pt value_copy);
+
+/** @} */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QV_BASE_QV_BTREE_H */
