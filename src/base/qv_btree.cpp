@@ -10,11 +10,10 @@
 //   4. nnodes is the number of nodes reachable from root.
 //   5. An entry stays in its node: no operation moves a key or a value from one node to another.
 //
-// Nodes have no parent pointers. What must go back up the tree records its way down in a path:
-// path[0] is NULL, standing for the parent of the root, and path[n] is the node at level n, the
-// root being level 1. The index in use is thus always the level of the current node. Insertion
-// lets no entry lie below level QV_BTREE_MAX_LEVELS, so a path has room for every ancestor of
-// every node, and nothing else needs to look at its end.
+// Nodes have no parent pointers. What must go back up the tree finds the way in the path of the
+// search before it: path[0] is NULL, standing for the parent of the root, and path[n] is the node
+// at level n, the root being level 1. Insertion lets no entry lie below level QV_BTREE_MAX_LEVELS,
+// so a path has room for every ancestor of every node, and nothing else needs to look at its end.
 
 #include "qv_btree.h"
 
@@ -43,6 +42,20 @@ struct qv_btree_s {
 
 // An AVL tree of 41 levels holds at least 433,494,436 entries.
 constexpr size_t QV_BTREE_MAX_LEVELS = 40;
+
+// Up to this many entries a search loses more by mispredicted turns than by waiting for memory.
+#ifndef QV_BTREE_SMALL_MAP
+#define QV_BTREE_SMALL_MAP 4096
+#endif
+
+// Asks for an object that will soon be needed; does nothing where the compiler cannot.
+static inline void qv_btree_prefetch(const void* object) {
+#if defined(__GNUC__)
+    __builtin_prefetch(object);
+#else
+    static_cast<void>(object);
+#endif
+}
 
 // ---------------------------------------------------------------------------------------------
 // Node navigation
@@ -73,8 +86,10 @@ qv_btree_node_t* qv_btree_next_node(qv_btree_node_t* node) {
     assert(node != nullptr);
     qv_btree_node_t* tmp = node->right;
     if (node->right_child != 0) {
+        qv_btree_prefetch(tmp->right);
         while (tmp->left_child != 0) {
             tmp = tmp->left;
+            qv_btree_prefetch(tmp->right);
         }
     }
     return tmp;
@@ -96,6 +111,75 @@ void* qv_btree_node_key(qv_btree_node_t* node) {
 
 void* qv_btree_node_value(qv_btree_node_t* node) {
     return node != nullptr ? node->value : nullptr;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Search
+
+// Where a search ended: at a node with an equal key, or at one whose link on the key's side is a
+// thread. path holds the ancestors of node, and idx is its level.
+struct qv_btree_position_t {
+    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
+    size_t idx;
+    qv_btree_node_t* node;
+    int32_t cmp;
+};
+
+// Takes if_left for a mask of zeros and if_right for one of ones: by arithmetic, so that no
+// compiler makes it a branch.
+static inline uintptr_t qv_btree_select(uintptr_t mask, uintptr_t if_left, uintptr_t if_right) {
+    return (if_left & ~mask) | (if_right & mask);
+}
+
+// The one descent behind every search. In a map with entries it calls key_compare with key first,
+// from the root to the end that qv_btree_position_t describes. Unless it is to stop at an equal
+// key, it passes it by on the left.
+static inline void qv_btree_search(const qv_btree_t* t, const void* key,
+                                   qv_comparator_pt key_compare, bool stop_at_equal,
+                                   qv_btree_position_t* end) {
+    qv_btree_node_t* node = t->root;
+    size_t idx = 1;
+    int32_t cmp = 0;
+    end->path[0] = nullptr;
+    if (t->nnodes <= QV_BTREE_SMALL_MAP) {
+        for (;;) {
+            cmp = key_compare(key, node->key);
+            const uintptr_t mask = uintptr_t{0} - uintptr_t{cmp > 0};
+            const bool ends = qv_btree_select(mask, node->left_child, node->right_child) == 0;
+            if (ends || (cmp == 0 && stop_at_equal)) {
+                break;
+            }
+            end->path[idx++] = node;
+            node = reinterpret_cast<qv_btree_node_t*>(
+                qv_btree_select(mask, reinterpret_cast<uintptr_t>(node->left),
+                                reinterpret_cast<uintptr_t>(node->right)));
+        }
+    } else {
+        for (;;) {
+            // Both ways, while the comparator is busy: a guess at one is wrong half of the time.
+            qv_btree_prefetch(node->left);
+            qv_btree_prefetch(node->right);
+            cmp = key_compare(key, node->key);
+            if (cmp > 0) {
+                if (node->right_child == 0) {
+                    break;
+                }
+                end->path[idx++] = node;
+                node = node->right;
+            } else if (cmp < 0 || !stop_at_equal) {
+                if (node->left_child == 0) {
+                    break;
+                }
+                end->path[idx++] = node;
+                node = node->left;
+            } else {
+                break;
+            }
+        }
+    }
+    end->idx = idx;
+    end->node = node;
+    end->cmp = cmp;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -131,13 +215,10 @@ void* qv_btree_node_value(qv_btree_node_t* node) {
 
 static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* node) {
     qv_btree_node_t* const right = node->right;
-    if (right->left_child != 0) {
-        node->right = right->left;
-    } else {
-        node->right_child = 0;
-        right->left_child = 1;
-    }
+    node->right = right->left_child != 0 ? right->left : right;
+    node->right_child = right->left_child;
     right->left = node;
+    right->left_child = 1;
 
     const int a_bal = node->balance;
     const int b_bal = right->balance;
@@ -148,13 +229,10 @@ static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* node) {
 
 static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* node) {
     qv_btree_node_t* const left = node->left;
-    if (left->right_child != 0) {
-        node->left = left->right;
-    } else {
-        node->left_child = 0;
-        left->right_child = 1;
-    }
+    node->left = left->right_child != 0 ? left->right : left;
+    node->left_child = left->right_child;
     left->right = node;
+    left->right_child = 1;
 
     const int a_bal = node->balance;
     const int b_bal = left->balance;
@@ -268,21 +346,14 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
         return;
     }
 
-    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
-    path[0] = nullptr;
-    size_t idx = 1;
-    qv_btree_node_t* node = t->root;
-    int32_t cmp = t->key_compare(key, node->key);
-    while (cmp < 0 ? node->left_child != 0 : cmp > 0 && node->right_child != 0) {
-        path[idx++] = node;
-        node = cmp < 0 ? node->left : node->right;
-        cmp = t->key_compare(key, node->key);
-    }
-    if (cmp == 0) {
+    qv_btree_position_t at;
+    qv_btree_search(t, key, t->key_compare, true, &at);
+    qv_btree_node_t* const node = at.node;
+    if (at.cmp == 0) {
         qv_btree_node_overwrite(t, node, key, value, replace);
         return;
     }
-    if (idx == QV_BTREE_MAX_LEVELS) {
+    if (at.idx == QV_BTREE_MAX_LEVELS) {
         return;
     }
 
@@ -291,7 +362,7 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
         return;
     }
     // The child takes over the thread that stood in its place; its other one leads to its parent.
-    if (cmp < 0) {
+    if (at.cmp < 0) {
         child->left = node->left;
         child->right = node;
         node->left = child;
@@ -303,9 +374,9 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
         node->right_child = 1;
     }
     ++t->nnodes;
-    path[idx] = node;
-    qv_btree_node_lean(node, cmp < 0, true);
-    qv_btree_rebalance(t, path, idx, true);
+    at.path[at.idx] = node;
+    qv_btree_node_lean(node, at.cmp < 0, true);
+    qv_btree_rebalance(t, at.path, at.idx, true);
 }
 
 // Takes node, at level idx with its ancestors in path, out of the tree, its children and the
@@ -372,20 +443,14 @@ static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
     }
     assert(key_compare != nullptr);
 
-    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
-    path[0] = nullptr;
-    size_t idx = 1;
-    qv_btree_node_t* node = t->root;
-    for (int32_t cmp = key_compare(key, node->key); cmp != 0; cmp = key_compare(key, node->key)) {
-        if ((cmp < 0 ? node->left_child : node->right_child) == 0) {
-            return false;
-        }
-        path[idx++] = node;
-        node = cmp < 0 ? node->left : node->right;
+    qv_btree_position_t at;
+    qv_btree_search(t, key, key_compare, true, &at);
+    if (at.cmp != 0) {
+        return false;
     }
-
-    idx = qv_btree_node_unlink(t, path, idx, node);
-    qv_btree_rebalance(t, path, idx, false);
+    qv_btree_node_t* const node = at.node;
+    const size_t idx = qv_btree_node_unlink(t, at.path, at.idx, node);
+    qv_btree_rebalance(t, at.path, idx, false);
 
     if (!steal) {
         qv_btree_node_destroy_entry(t, node);
@@ -451,23 +516,9 @@ qv_btree_node_t* qv_btree_find_node(const qv_btree_t* t, const void* key) {
     if (t == nullptr || t->root == nullptr) {
         return nullptr;
     }
-    qv_btree_node_t* node = t->root;
-    for (;;) {
-        const int32_t cmp = t->key_compare(key, node->key);
-        if (cmp < 0) {
-            if (node->left_child == 0) {
-                return nullptr;
-            }
-            node = node->left;
-        } else if (cmp > 0) {
-            if (node->right_child == 0) {
-                return nullptr;
-            }
-            node = node->right;
-        } else {
-            return node;
-        }
-    }
+    qv_btree_position_t at;
+    qv_btree_search(t, key, t->key_compare, true, &at);
+    return at.cmp == 0 ? at.node : nullptr;
 }
 
 void* qv_btree_find(qv_btree_t* t, const void* key) {
@@ -486,23 +537,10 @@ void* qv_btree_low_bound(qv_btree_t* t, const void* key) {
     if (t == nullptr || t->root == nullptr) {
         return nullptr;
     }
-    qv_btree_node_t* latest_node = nullptr;
-    qv_btree_node_t* node = t->root;
-    for (;;) {
-        if (t->key_compare(key, node->key) <= 0) {
-            latest_node = node;
-            if (node->left_child == 0) {
-                break;
-            }
-            node = node->left;
-        } else {
-            if (node->right_child == 0) {
-                break;
-            }
-            node = node->right;
-        }
-    }
-    return qv_btree_node_key(latest_node);
+    qv_btree_position_t at;
+    qv_btree_search(t, key, t->key_compare, false, &at);
+    // A search that ends on its way to the right stands just below the key: the thread leads on.
+    return qv_btree_node_key(at.cmp > 0 ? at.node->right : at.node);
 }
 
 void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data) {
@@ -568,10 +606,14 @@ static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv
                                    qv_copy_pt value_copy) {
     qv_btree_node_t* node = qv_btree_first_node(other);
     while (node != nullptr) {
+        qv_btree_node_t* const next = qv_btree_next_node(node);
+        if (next != nullptr) {
+            qv_btree_prefetch(next->key);
+        }
         void* const key = key_copy != nullptr ? key_copy(node->key) : node->key;
         void* const value = value_copy != nullptr ? value_copy(node->value) : node->value;
         qv_btree_insert(tree, key, value);
-        node = qv_btree_next_node(node);
+        node = next;
     }
 }
 

@@ -1,0 +1,206 @@
+// The maps that are measured, each behind the same few operations on void* keys and values.
+//
+// All call the same comparator through the same pointer, take their memory from the same malloc,
+// and hand keys and values to the same destructor when they let go of them.
+#ifndef QV_BENCH_PEERS_H
+#define QV_BENCH_PEERS_H
+
+#include <qv/base/qv_btree.h>
+#include <search.h>
+
+#include <cstdlib>
+#include <map>
+
+#if __has_include(<boost/container/map.hpp>)
+#include <boost/container/map.hpp>
+#define QV_BENCH_BOOST 1
+#endif
+#if __has_include(<absl/container/btree_map.h>)
+#include <absl/container/btree_map.h>
+#define QV_BENCH_ABSL 1
+#endif
+
+class Ours {
+public:
+    Ours(qv_comparator_pt compare, qv_dtor_pt dtor) : map_(qv_btree_new(compare, dtor, dtor)) {}
+    Ours(const Ours& other) : map_(qv_btree_copy(other.map_, nullptr, nullptr)) {}
+    Ours& operator=(const Ours&) = delete;
+    ~Ours() { qv_btree_free(map_); }
+
+    void insert(void* key, void* value) { qv_btree_insert(map_, key, value); }
+    void* find(const void* key) const { return qv_btree_find(map_, key); }
+    void* lower_bound(const void* key) const { return qv_btree_low_bound(map_, key); }
+    void remove(const void* key) { qv_btree_remove(map_, key); }
+    void clear() { qv_btree_clear(map_); }
+    void visit(qv_key_value_pt func, void* data) const { qv_btree_foreach(map_, func, data); }
+
+    template <typename Use>
+    void walk(Use use) const {
+        auto* node = qv_btree_first_node(map_);
+        for (; node != nullptr; node = qv_btree_next_node(node)) {
+            use(qv_btree_node_key(node), qv_btree_node_value(node));
+        }
+    }
+
+    const qv_btree_t* handle() const { return map_; }
+
+private:
+    qv_btree_t* map_;
+};
+
+struct Less {
+    qv_comparator_pt compare;
+    bool operator()(const void* a, const void* b) const { return compare(a, b) < 0; }
+};
+
+// Any map with the interface of std::map.
+template <typename Map>
+class StandardMap {
+public:
+    StandardMap(qv_comparator_pt compare, qv_dtor_pt dtor) : map_(Less{compare}), dtor_(dtor) {}
+
+    void insert(void* key, void* value) { map_.insert(typename Map::value_type(key, value)); }
+
+    void* find(const void* key) const {
+        const auto at = map_.find(const_cast<void*>(key));
+        return at != map_.end() ? at->second : nullptr;
+    }
+
+    void* lower_bound(const void* key) const {
+        const auto at = map_.lower_bound(const_cast<void*>(key));
+        return at != map_.end() ? at->first : nullptr;
+    }
+
+    void remove(const void* key) {
+        const auto at = map_.find(const_cast<void*>(key));
+        if (at != map_.end()) {
+            const auto entry = *at;
+            map_.erase(at);
+            dtor_(entry.first);
+            dtor_(entry.second);
+        }
+    }
+
+    void clear() {
+        walk([this](void* key, void* value) {
+            dtor_(key);
+            dtor_(value);
+        });
+        map_.clear();
+    }
+
+    void visit(qv_key_value_pt func, void* data) const {
+        for (auto at = map_.begin(); at != map_.end(); ++at) {
+            if (func(at->first, at->second, data)) {
+                break;
+            }
+        }
+    }
+
+    template <typename Use>
+    void walk(Use use) const {
+        for (const auto& entry : map_) {
+            use(entry.first, entry.second);
+        }
+    }
+
+private:
+    Map map_;
+    qv_dtor_pt dtor_;
+};
+
+using StdMap = StandardMap<std::map<void*, void*, Less>>;
+#ifdef QV_BENCH_BOOST
+using BoostAvl = StandardMap<
+    boost::container::map<void*, void*, Less, std::allocator<std::pair<void* const, void*>>,
+                          boost::container::tree_assoc_options<
+                              boost::container::tree_type<boost::container::avl_tree>>::type>>;
+#endif
+#ifdef QV_BENCH_ABSL
+using AbslBtree = StandardMap<absl::btree_map<void*, void*, Less>>;
+#endif
+
+// glibc's red-black tree, which stores one pointer: to an entry of key and value.
+class Tsearch {
+public:
+    Tsearch(qv_comparator_pt compare, qv_dtor_pt dtor) : dtor_(dtor) { compare_keys = compare; }
+
+    Tsearch(const Tsearch& other) : dtor_(other.dtor_) {
+        other.walk([this](void* key, void* value) { insert(key, value); });
+    }
+
+    Tsearch& operator=(const Tsearch&) = delete;
+    ~Tsearch() { tdestroy(root_, std::free); }
+
+    void insert(void* key, void* value) {
+        auto* const entry = static_cast<Entry*>(std::malloc(sizeof(Entry)));
+        *entry = {key, value};
+        if (*static_cast<Entry**>(tsearch(entry, &root_, compare_entries)) != entry) {
+            std::free(entry);
+        }
+    }
+
+    void* find(const void* key) const {
+        const Entry wanted = {const_cast<void*>(key), nullptr};
+        auto* const found = static_cast<Entry**>(tfind(&wanted, &root_, compare_entries));
+        return found != nullptr ? (*found)->value : nullptr;
+    }
+
+    void remove(const void* key) {
+        const Entry wanted = {const_cast<void*>(key), nullptr};
+        auto* const found = static_cast<Entry**>(tfind(&wanted, &root_, compare_entries));
+        if (found != nullptr) {
+            Entry* const entry = *found;
+            tdelete(&wanted, &root_, compare_entries);
+            release(entry);
+        }
+    }
+
+    void clear() {
+        releasing_dtor = dtor_;
+        tdestroy(root_, [](void* entry) { release(static_cast<Entry*>(entry)); });
+        root_ = nullptr;
+    }
+
+    template <typename Use>
+    void walk(Use use) const {
+        twalk_r(
+            root_,
+            [](const void* node, VISIT order, void* data) {
+                if (order == postorder || order == leaf) {
+                    const Entry* const entry = *static_cast<Entry* const*>(node);
+                    (*static_cast<Use*>(data))(entry->key, entry->value);
+                }
+            },
+            &use);
+    }
+
+    void visit(qv_key_value_pt func, void* data) const {
+        walk([=](void* key, void* value) { func(key, value, data); });
+    }
+
+private:
+    struct Entry {
+        void* key;
+        void* value;
+    };
+
+    static int compare_entries(const void* a, const void* b) {
+        return compare_keys(static_cast<const Entry*>(a)->key, static_cast<const Entry*>(b)->key);
+    }
+
+    static void release(Entry* entry) {
+        releasing_dtor(entry->key);
+        releasing_dtor(entry->value);
+        std::free(entry);
+    }
+
+    // tsearch passes nothing of the caller's to its callbacks.
+    static inline qv_comparator_pt compare_keys;
+    static inline qv_dtor_pt releasing_dtor = [](void*) {};
+
+    void* root_ = nullptr;
+    qv_dtor_pt dtor_;
+};
+
+#endif  // QV_BENCH_PEERS_H
