@@ -40,9 +40,9 @@ struct InPointer {
     static int32_t compare(const void* a, const void* b) {
         return sign_of_difference(reinterpret_cast<uintptr_t>(a), reinterpret_cast<uintptr_t>(b));
     }
-    static void* make(Key&, size_t n) { return reinterpret_cast<void*>(n); }
+    static void* make(Key& /*key*/, size_t n) { return reinterpret_cast<void*>(n); }
     static void* own(void* key) { return key; }
-    static void disown(void*) {}
+    static void disown(void* /*key*/) {}
 };
 
 struct Boxed {
@@ -56,6 +56,18 @@ struct Boxed {
     static void disown(void* key) { delete static_cast<Key*>(key); }
 };
 
+// As people often write it.
+struct BranchingBoxed : Boxed {
+    static int32_t compare(const void* a, const void* b) {
+        const Key left = *static_cast<const Key*>(a);
+        const Key right = *static_cast<const Key*>(b);
+        if (left < right) {
+            return -1;
+        }
+        return left == right ? 0 : 1;
+    }
+};
+
 struct String {
     static constexpr const char* name = "string";
     using Key = std::array<char, 24>;
@@ -63,7 +75,7 @@ struct String {
         return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b));
     }
     static void* make(Key& key, size_t n) {
-        std::snprintf(key.data(), key.size(), "customer/%011zu", n);
+        static_cast<void>(std::snprintf(key.data(), key.size(), "customer/%011zu", n));
         return key.data();
     }
     static void* own(void* key) { return new Key(*static_cast<Key*>(key)); }
@@ -132,10 +144,14 @@ void life(benchmark::State& state, bool random_order, size_t entries) {
         count(name, time.count() / static_cast<double>(entries));
     };
     std::vector<void*> owned;
-    const auto build = [&](Peer& map, const Keys<Kind>& keys) {
+    const auto own_all = [&](const Keys<Kind>& keys) {
         for (void* key : keys) {
             owned.push_back(Kind::own(key));
-            map.insert(owned.back(), key);
+        }
+    };
+    const auto build = [&](Peer& map) {
+        for (void* key : owned) {
+            map.insert(key, key);
         }
     };
     const auto disown_all = [&] {
@@ -147,7 +163,8 @@ void life(benchmark::State& state, bool random_order, size_t entries) {
     for (auto _ : state) {
         Peer map(Kind::compare, release);
         const Keys<Kind> stored(next_order(), 1);
-        timed("insert", [&] { build(map, stored); });
+        own_all(stored);
+        timed("insert", [&] { build(map); });
         {
             const Keys<Kind> probes(next_order(), 1);
             timed("find", [&] {
@@ -191,8 +208,7 @@ void life(benchmark::State& state, bool random_order, size_t entries) {
                 }
             });
         }
-        disown_all();
-        build(map, stored);
+        build(map);
         const size_t before = mallinfo2().uordblks;
         timed("clear", [&] { map.clear(); });
         count("bytes",
@@ -236,6 +252,9 @@ int main(int argc, char** argv) {
     std::fputs("Abseil is not installed: its B-tree is left out\n", stderr);
 #endif
     register_peer<Tsearch>("tsearch");
+    benchmark::RegisterBenchmark("qv_btree/boxed-branching/random/1000", life<Ours, BranchingBoxed>,
+                                 true, 1000)
+        ->Iterations(1000);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 2;

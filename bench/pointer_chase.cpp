@@ -11,7 +11,7 @@ void PointerChase::note(const void* key) {
         if (cmp == 0) {
             break;
         }
-        way.turns |= uint64_t{cmp > 0} << way.steps++;
+        way.turns |= uint64_t{cmp > 0 ? 1U : 0U} << way.steps++;
         node = cmp > 0 ? node->right : node->left;
     }
     ways_.push_back(way);

@@ -134,7 +134,7 @@ Uses& uses_of(qv_btree_t* words, const std::string& word) {
     if (qv_btree_size(words) == size) {
         throw std::bad_alloc();  // The map took nothing: both are still ours.
     }
-    key.release();
+    static_cast<void>(key.release());
     return *value.release();
 }
 

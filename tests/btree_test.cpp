@@ -88,7 +88,13 @@ TEST_F(BtreeTest, NullAndEmptyMapsAreNeutral) {
         qv_btree_assign(t, nullptr, key_copy, value_copy);
     };
     EXPECT_EQ(events([&] { ask_all(map); }), "");
+    fail_in = 1;
+    EXPECT_EQ(events([&] { fill({1}); }), "x ");
+    ask_all(map);
     fill({1});
+    fail_in = 1;
+    EXPECT_EQ(events([] { EXPECT_EQ(qv_btree_new(compare, key_dtor, value_dtor), nullptr); }),
+              "x ");
     EXPECT_EQ(events([&] {
                   ask_all(nullptr);
                   qv_btree_insert(nullptr, ptr(1), ptr(1));
@@ -123,9 +129,7 @@ TEST_F(BtreeTest, VisitsFirstEntryAndMapsWithoutDestructors) {
 // Which of two equal keys survives shows only where equal keys differ.
 TEST_F(BtreeTest, EqualKeysAndNullObjects) {
     map->key_compare = compare_tens;
-    on_key_dtor = [this] {
-        event_log += '[' + entries(map) + "] ";
-    };
+    on_key_dtor = [this] { event_log += '[' + entries(map) + "] "; };
     fill({11});
     EXPECT_EQ(events([&] { qv_btree_insert(map, ptr(12), ptr(2)); }), "v110/1 k12/1 [e11=2 ] ");
     EXPECT_EQ(events([&] { qv_btree_replace(map, ptr(13), ptr(3)); }), "v2/1 k11/1 [e11=3 ] ");

@@ -144,7 +144,7 @@ static inline void qv_btree_search(const qv_btree_t* t, const void* key,
     if (t->nnodes <= QV_BTREE_SMALL_MAP) {
         for (;;) {
             cmp = key_compare(key, node->key);
-            const uintptr_t mask = uintptr_t{0} - uintptr_t{cmp > 0};
+            const uintptr_t mask = uintptr_t{0} - static_cast<uintptr_t>(cmp > 0);
             const bool ends = qv_btree_select(mask, node->left_child, node->right_child) == 0;
             if (ends || (cmp == 0 && stop_at_equal)) {
                 break;
@@ -220,9 +220,9 @@ static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* node) {
     right->left = node;
     right->left_child = 1;
 
-    const int a_bal = node->balance;
-    const int b_bal = right->balance;
-    node->balance = static_cast<int8_t>(a_bal - 1 - std::max(b_bal, 0));
+    const int8_t a_bal = node->balance;
+    const int8_t b_bal = right->balance;
+    node->balance = static_cast<int8_t>(a_bal - 1 - std::max<int>(b_bal, 0));
     right->balance = static_cast<int8_t>(std::min(a_bal - 2, b_bal - 1));
     return right;
 }
@@ -234,9 +234,9 @@ static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* node) {
     left->right = node;
     left->right_child = 1;
 
-    const int a_bal = node->balance;
-    const int b_bal = left->balance;
-    node->balance = static_cast<int8_t>(a_bal + 1 - std::min(b_bal, 0));
+    const int8_t a_bal = node->balance;
+    const int8_t b_bal = left->balance;
+    node->balance = static_cast<int8_t>(a_bal + 1 - std::min<int>(b_bal, 0));
     left->balance = static_cast<int8_t>(std::max(a_bal + 2, b_bal + 1));
     return left;
 }

@@ -1,0 +1,79 @@
+#!/bin/sh
+# What must hold besides the tests: format, static analysis, headers on their own, threads, Valgrind
+# and coverage. Called by ./dev check, which installs and builds what this needs.
+set -eu
+cd "$(dirname "$0")/.."
+sources=$(git ls-files -- '*.cpp' '*.h')
+warnings='-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror'
+
+echo "== format"
+# shellcheck disable=SC2086 # One argument for each file, here and below.
+clang-format --dry-run -Werror $sources
+
+echo "== clang-tidy"
+# The benchmark library's own headers leak as the analyzer sees it.
+tidy='clang-tidy --quiet --warnings-as-errors=*'
+{
+    for file in $(git ls-files -- 'src/*.cpp' 'platform/*.cpp' 'examples/*.cpp' 'tests/*.cpp'); do
+        echo "$tidy -p build/release $file"
+    done
+    for file in $(git ls-files -- 'bench/*.cpp'); do
+        echo "$tidy -p build/bench --checks=-clang-analyzer-cplusplus.NewDeleteLeaks $file"
+    done
+    echo "$tidy -p build/release fuzz/btree_fuzz.cpp"
+} | grep -v consumers | xargs -P 2 -I {} sh -c '{} 2>/dev/null'
+
+echo "== cppcheck"
+# useStlAlgorithm: a plain loop is often the clearer one. constStatement: does not know templates.
+# constParameter: the signatures of callbacks are given. variableScope: a reference that is used in
+# a try block only is still declared where its object is. unknownMacro: GoogleTest's.
+cppcheck --quiet --error-exitcode=1 --enable=warning,style,performance,portability --std=c++17 \
+    --language=c++ --library=googletest --suppress=useStlAlgorithm --suppress=constStatement \
+    --suppress=constParameter --suppress=variableScope -Isrc/base -Itests \
+    src platform examples bench tests/*.cpp tests/*.h fuzz
+
+echo "== gcc -fanalyzer"
+for file in src/base/qv_btree.cpp platform/std/hal_memory.cpp; do
+    # shellcheck disable=SC2086
+    g++ -std=c++11 $warnings -Wold-style-cast -O2 -fanalyzer -Isrc/base -c "$file" -o /dev/null
+done
+
+echo "== every header alone, twice in one file; the library in every language version"
+for header in basictypes.h qv_btree.h qv_memory.h qv_version.h hal/hal_memory.h; do
+    [ -f "src/base/$header" ] || continue
+    twice=$(printf '#include "%s"\n#include "%s"\ntypedef int not_empty;\n' "$header" "$header")
+    for standard in c99 c11; do
+        for compiler in gcc clang; do
+            # shellcheck disable=SC2086
+            echo "$twice" | $compiler -x c -std=$standard $warnings -Isrc/base -fsyntax-only -
+        done
+    done
+    for standard in c++11 c++14 c++17 c++20; do
+        for compiler in g++ clang++; do
+            # shellcheck disable=SC2086
+            echo "$twice" | $compiler -x c++ -std=$standard $warnings -Wold-style-cast -Isrc/base \
+                -fsyntax-only -
+        done
+    done
+done
+for standard in c++11 c++14 c++17 c++20; do
+    for compiler in g++ clang++; do
+        for file in src/base/qv_btree.cpp platform/std/hal_memory.cpp; do
+            # shellcheck disable=SC2086
+            $compiler -std=$standard $warnings -Wold-style-cast -O2 -Isrc/base -c "$file" \
+                -o /dev/null
+        done
+    done
+done
+
+echo "== threads"
+ctest --preset threads
+
+echo "== Valgrind"
+for test in btree_test replay_test threads_test; do
+    valgrind --quiet --error-exitcode=1 --leak-check=full --show-leak-kinds=all \
+        "build/release/tests/$test" --gtest_brief=1
+done
+valgrind --quiet --error-exitcode=1 --leak-check=full build/release/concordance README.md \
+    >/dev/null
+echo "no error, no leak"
