@@ -1,0 +1,16 @@
+/**
+ * @file qv_version.h
+ * The version of the base layer, which the build reads from here as well.
+ */
+#ifndef QV_BASE_QV_VERSION_H
+#define QV_BASE_QV_VERSION_H
+
+#define QV_BASE_VERSION_MAJOR 1
+#define QV_BASE_VERSION_MINOR 0
+#define QV_BASE_VERSION_PATCH 0
+
+/** The version as one number that grows with it: 1.2.3 is 10203. */
+#define QV_BASE_VERSION \
+    (QV_BASE_VERSION_MAJOR * 10000 + QV_BASE_VERSION_MINOR * 100 + QV_BASE_VERSION_PATCH)
+
+#endif /* QV_BASE_QV_VERSION_H */

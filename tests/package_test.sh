@@ -1,0 +1,53 @@
+#!/bin/sh
+# Installs the library into a scratch prefix, static and shared, moves that elsewhere, and builds
+# other people's projects with it. Usage: package_test.sh SOURCE SNIPPET.C SNIPPET.CPP
+set -eu
+source=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cp "$2" "$work/program.c"
+cp "$3" "$work/program.cpp"
+cd "$work"
+
+quietly() {
+    "$@" >log 2>&1 || { cat log >&2; echo "FAILED: $*" >&2; exit 1; }
+}
+
+# consumer NAME ARGUMENT...: configures, builds and runs the consumer project.
+consumer() {
+    name=$1
+    shift
+    quietly cmake -S "$source/tests/consumers" -B "$name" "-DSNIPPETS=$work" "$@"
+    quietly cmake --build "$name"
+    quietly ctest --test-dir "$name" --no-tests=error
+}
+
+consumer subdirectory "-DSUBDIRECTORY=$source"
+for shared in OFF ON; do
+    quietly cmake -S "$source" -B build -DCMAKE_BUILD_TYPE=Release "-DBUILD_SHARED_LIBS=$shared" \
+        -DQV_BASE_TESTS=OFF -DQV_BASE_EXAMPLES=OFF -DCMAKE_INSTALL_LIBDIR=lib
+    quietly cmake --build build
+    rm -rf prefix moved
+    quietly cmake --install build --prefix "$work/prefix"
+    mv prefix moved
+    consumer "package-$shared" "-DCMAKE_PREFIX_PATH=$work/moved"
+
+    export PKG_CONFIG_PATH="$work/moved/lib/pkgconfig" LD_LIBRARY_PATH="$work/moved/lib"
+    # shellcheck disable=SC2046 # One argument for each flag.
+    quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror program.c \
+        $(pkg-config --cflags --libs qv_base) -o program
+    quietly ./program
+    # shellcheck disable=SC2046
+    quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror \
+        "$source/tests/consumers/arena.c" $(pkg-config --cflags --libs qv_base_core) -o arena
+    quietly ./arena
+done
+
+nm -D --defined-only moved/lib/libqv_base.so | sed 's/.* //' | sort >exported
+grep -o 'qv_btree_[a-z_]*(' "$source/src/base/qv_btree.h" | tr -d '(' | sort -u >public
+diff public exported
+version=$(sed -n 's/#define QV_BASE_VERSION_[A-Z]* //p' "$source/src/base/qv_version.h" | paste -sd.)
+[ "$(pkg-config --modversion qv_base)" = "$version" ]
+[ -e "moved/lib/libqv_base.so.$version" ]
+grep -q "^## $version" "$source/CHANGELOG.md"
+echo "installed, moved, found and used"
