@@ -21,3 +21,11 @@ foreach(library IN LISTS libraries)
   configure_file(cmake/library.pc.in ${library}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${library}.pc DESTINATION ${pc_dir})
 endforeach()
+
+# GDB loads the extension by itself with a shared library that it lies beside, if that folder is on
+# its safe path; otherwise: source share/qv_base/qv_btree_gdb.py
+install(FILES tools/gdb/qv_btree_gdb.py DESTINATION ${CMAKE_INSTALL_DATADIR}/qv_base)
+if(BUILD_SHARED_LIBS)
+  install(FILES tools/gdb/qv_btree_gdb.py DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          RENAME libqv_base.so.${PROJECT_VERSION}-gdb.py)
+endif()

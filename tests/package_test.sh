@@ -43,6 +43,10 @@ for shared in OFF ON; do
     quietly ./arena
 done
 
+gdb -nx -batch -iex "set auto-load safe-path $work" -ex 'break qv_btree_new' -ex run \
+    -ex 'help qv-check' --args ./program >log 2>&1
+grep -q 'names the first broken node' log || { cat log; exit 1; }
+
 nm -D --defined-only moved/lib/libqv_base.so | sed 's/.* //' | sort >exported
 grep -o 'qv_btree_[a-z_]*(' "$source/src/base/qv_btree.h" | tr -d '(' | sort -u >public
 diff public exported

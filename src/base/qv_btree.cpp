@@ -43,7 +43,8 @@ struct qv_btree_s {
 // An AVL tree of 41 levels holds at least 433,494,436 entries.
 constexpr size_t QV_BTREE_MAX_LEVELS = 40;
 
-// Up to this many entries a search loses more by mispredicted turns than by waiting for memory.
+// Up to this many entries a search loses more by mispredicted turns than by waiting for memory. A
+// platform that predicts none may set 0, and saves the code for it.
 #ifndef QV_BTREE_SMALL_MAP
 #define QV_BTREE_SMALL_MAP 4096
 #endif
@@ -141,7 +142,7 @@ static inline void qv_btree_search(const qv_btree_t* t, const void* key,
     size_t idx = 1;
     int32_t cmp = 0;
     end->path[0] = nullptr;
-    if (t->nnodes <= QV_BTREE_SMALL_MAP) {
+    if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP) {
         for (;;) {
             cmp = key_compare(key, node->key);
             const uintptr_t mask = uintptr_t{0} - static_cast<uintptr_t>(cmp > 0);
