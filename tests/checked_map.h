@@ -26,6 +26,7 @@ inline bool logs_comparisons = false;
 inline std::set<void*> live_blocks;
 inline int fail_in = 0;                 // The fail_in-th allocation from now on is refused.
 inline qv_btree_t* observed = nullptr;  // Its size is what destructors log.
+inline size_t size_at_release = 0;
 inline std::function<void()> on_key_dtor = [] {};
 
 inline void* ptr(Int n) {
@@ -74,6 +75,7 @@ void* HAL_Malloc(unsigned long size) {
 
 void HAL_Free(void* ptr) {
     event_log += event('f', static_cast<qv_btree_node_t*>(ptr)->key);
+    size_at_release = qv_btree_size(observed);
     if (live_blocks.erase(ptr) == 0) {
         std::abort();
     }
@@ -133,6 +135,7 @@ public:
                    : way == 1 ? qv_btree_remove(map, ptr(key)) == present
                               : qv_btree_remove_cmp(map, ptr(key), compare) == present;
         });
+        require(!present || size_at_release == model.size(), "size when a node is released");
         model.erase(key);
         verify();
     }

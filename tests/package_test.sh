@@ -39,7 +39,7 @@ for shared in OFF ON; do
     quietly ./program
     # shellcheck disable=SC2046
     quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror \
-        "$source/tests/consumers/arena.c" $(pkg-config --cflags --libs qv_base_core) -o arena
+        "$source/examples/static_arena.c" $(pkg-config --cflags --libs qv_base_core) -o arena
     quietly ./arena
 done
 
