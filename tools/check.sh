@@ -30,8 +30,8 @@ echo "== cppcheck"
 # a std::map.
 cppcheck --quiet --error-exitcode=1 --enable=warning,style,performance,portability --std=c++17 \
     --language=c++ --library=googletest --suppress=useStlAlgorithm --suppress=constStatement \
-    --suppress=constParameter --suppress=variableScope --suppress=unusedStructMember -Isrc/base -Itests \
-    src platform examples bench tests/*.cpp tests/*.h fuzz
+    --suppress=constParameter --suppress=variableScope --suppress=unusedStructMember -Isrc/base -Itests -Itools \
+    src platform examples bench tests/*.cpp tests/*.h tools fuzz
 
 echo "== gcc -fanalyzer"
 for file in src/base/qv_btree.cpp platform/std/hal_memory.cpp; do
