@@ -50,7 +50,7 @@ grep -q 'names the first broken node' log || { cat log; exit 1; }
 nm -D --defined-only moved/lib/libqv_base.so | sed 's/.* //' | sort >exported
 grep -o 'qv_btree_[a-z_]*(' "$source/src/base/qv_btree.h" | tr -d '(' | sort -u >public
 diff public exported
-version=$(sed -n 's/#define QV_BASE_VERSION_[A-Z]* //p' "$source/src/base/qv_version.h" | paste -sd.)
+version=$(sed -n 's/#define QV_BASE_VERSION_[A-Z]* \([0-9]*\) .*/\1/p' "$source/src/base/qv_version.h" | paste -sd.)
 [ "$(pkg-config --modversion qv_base)" = "$version" ]
 [ -e "moved/lib/libqv_base.so.$version" ]
 grep -q "^## $version" "$source/CHANGELOG.md"

@@ -5,9 +5,9 @@
 #ifndef QV_BASE_QV_VERSION_H
 #define QV_BASE_QV_VERSION_H
 
-#define QV_BASE_VERSION_MAJOR 1
-#define QV_BASE_VERSION_MINOR 0
-#define QV_BASE_VERSION_PATCH 0
+#define QV_BASE_VERSION_MAJOR 1 /**< Grows when something that was promised changes. */
+#define QV_BASE_VERSION_MINOR 0 /**< Grows when something is added. */
+#define QV_BASE_VERSION_PATCH 0 /**< Grows when something is mended. */
 
 /** The version as one number that grows with it: 1.2.3 is 10203. */
 #define QV_BASE_VERSION \
