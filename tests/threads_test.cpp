@@ -31,7 +31,8 @@ size_t read_all(qv_btree_t* map) {
         ++right;
     }
     const auto count = [](void* /*key*/, void* /*value*/, void* visits) {
-        return ++*static_cast<size_t*>(visits) == 0;
+        ++*static_cast<size_t*>(visits);
+        return false;
     };
     qv_btree_foreach(map, count, &right);
     qv_btree_t* const copy = qv_btree_copy(map, nullptr, nullptr);

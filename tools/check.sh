@@ -28,10 +28,11 @@ echo "== cppcheck"
 # constParameter: the signatures of callbacks are given. variableScope: a reference that is used in
 # a try block only is still declared where its object is. unusedStructMember: misses uses through
 # a std::map.
+# shellcheck disable=SC2046
 cppcheck --quiet --error-exitcode=1 --enable=warning,style,performance,portability --std=c++17 \
     --language=c++ --library=googletest --suppress=useStlAlgorithm --suppress=constStatement \
     --suppress=constParameter --suppress=variableScope --suppress=unusedStructMember -Isrc/base -Itests -Itools \
-    src platform examples bench tests/*.cpp tests/*.h tools fuzz
+    $(git ls-files -- '*.cpp')
 
 echo "== gcc -fanalyzer"
 for file in src/base/qv_btree.cpp platform/std/hal_memory.cpp; do
