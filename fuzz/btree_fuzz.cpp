@@ -20,7 +20,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             } else if (operation < 14) {
                 map.look_up(key);
             } else if (value < 8) {
-                map.take(maps[value & 1], (value & 2) != 0, (value & 4) != 0, (key & 1) != 0);
+                const auto take = (value & 2) != 0 ? &CheckedMap::become_copy : &CheckedMap::assign;
+                (map.*take)(maps[value & 1], (value & 4) != 0 ? key_copy : nullptr,
+                            (key & 1) != 0 ? value_copy : nullptr);
             } else if (value < 10) {
                 map.clear();
             } else if (value < 20) {

@@ -5,8 +5,8 @@
 //
 //   c5,3  comparator (new or searched key, stored key)      m   allocation
 //   k5/1  v5/1  key, value destructor / size at the time    x   refused allocation
-//   K5  V5  copy function of keys, values                   f5  release of the node with key 5, or
-//                                                           (f0) of a map
+//   K5  V5  copy function of keys, values
+//   f5/1  release of the node with key 5 / size at the time; of a map as of key 0
 #ifndef QV_TESTS_CHECKED_MAP_H
 #define QV_TESTS_CHECKED_MAP_H
 
@@ -16,6 +16,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "invariants.h"
 
@@ -25,8 +26,7 @@ inline std::string event_log;
 inline bool logs_comparisons = false;
 inline std::set<void*> live_blocks;
 inline int fail_in = 0;                 // The fail_in-th allocation from now on is refused.
-inline qv_btree_t* observed = nullptr;  // Its size is what destructors log.
-inline size_t size_at_release = 0;
+inline qv_btree_t* observed = nullptr;  // The map whose size is logged.
 inline std::function<void()> on_key_dtor = [] {};
 
 inline void* ptr(Int n) {
@@ -41,6 +41,10 @@ inline std::string event(char what, const void* a, const char* more = "", Int b 
     return what + std::to_string(num(a)) + more + (b < 0 ? "" : std::to_string(b)) + ' ';
 }
 
+inline void log_with_size(char what, const void* object) {
+    event_log += event(what, object, "/", static_cast<Int>(qv_btree_size(observed)));
+}
+
 inline int32_t compare(const void* a, const void* b) {
     if (logs_comparisons) {
         event_log += event('c', a, ",", num(b));
@@ -49,12 +53,12 @@ inline int32_t compare(const void* a, const void* b) {
 }
 
 inline void key_dtor(void* key) {
-    event_log += event('k', key, "/", static_cast<Int>(qv_btree_size(observed)));
+    log_with_size('k', key);
     on_key_dtor();
 }
 
 inline void value_dtor(void* value) {
-    event_log += event('v', value, "/", static_cast<Int>(qv_btree_size(observed)));
+    log_with_size('v', value);
 }
 
 inline void* key_copy(void* key) {
@@ -67,6 +71,12 @@ inline void* value_copy(void* value) {
     return ptr(num(value) + 100);
 }
 
+inline void require(bool holds, const std::string& what) {
+    if (!holds) {
+        throw std::logic_error(what);
+    }
+}
+
 void* HAL_Malloc(unsigned long size) {
     const bool refused = fail_in > 0 && --fail_in == 0;
     event_log += refused ? "x " : "m ";
@@ -74,26 +84,17 @@ void* HAL_Malloc(unsigned long size) {
 }
 
 void HAL_Free(void* ptr) {
-    event_log += event('f', static_cast<qv_btree_node_t*>(ptr)->key);
-    size_at_release = qv_btree_size(observed);
-    if (live_blocks.erase(ptr) == 0) {
-        std::abort();
-    }
+    log_with_size('f', static_cast<qv_btree_node_t*>(ptr)->key);
+    require(live_blocks.erase(ptr) == 1, "release of what is not allocated");
     std::free(ptr);
 }
 
-inline std::string events(const std::function<void()>& action) {
+inline std::string events(const std::function<void()>& action, bool with_comparisons = true) {
     event_log.clear();
-    logs_comparisons = true;
+    logs_comparisons = with_comparisons;
     action();
     logs_comparisons = false;
     return event_log;
-}
-
-inline void require(bool holds, const std::string& what) {
-    if (!holds) {
-        throw std::logic_error(what);
-    }
 }
 
 class CheckedMap {
@@ -107,103 +108,76 @@ public:
     }
 
     void store(Int key, Int value, bool replace) {
+        std::string expected = path_to(key);
         const auto at = model.find(key);
-        const bool refused = fail_in == 1;
-        run(path_to(key) + (at != model.end() ? dtor('v', at->second.value) + dtor('k', key)
-                            : refused         ? "x "
-                                              : "m "),
-            [=] {
-                (replace ? qv_btree_replace : qv_btree_insert)(map, ptr(key), ptr(value));
-                return true;
-            });
         if (at != model.end()) {
+            expected += sized('v', at->second.value) + sized('k', key);
             at->second.value = value;
-        } else if (!refused) {
-            model[key] = {value, qv_btree_find_node(map, ptr(key))};
+        } else {
+            expected += added(key, value, fail_in == 1);
         }
-        verify();
+        run(expected, [=] {
+            (replace ? qv_btree_replace : qv_btree_insert)(map, ptr(key), ptr(value));
+            return true;
+        });
     }
 
     void remove(Int key, unsigned way) {
-        const auto at = model.find(key);
-        const bool present = at != model.end();
-        auto* const node = qv_btree_find_node(map, ptr(key));
-        auto* const next =
-            present && std::next(at) != model.end() ? std::next(at)->second.node : nullptr;
-        run((way == 0 && !present ? "" : path_to(key)) + (present ? destruction(at) : ""), [=] {
+        const auto at = model.equal_range(key);
+        const bool present = at.first != at.second;
+        auto* const node = present ? at.first->second.node : nullptr;
+        auto* const next = present && at.second != model.end() ? at.second->second.node : nullptr;
+        const std::string path = way == 0 && !present ? "" : path_to(key);
+        run(path + erased(at.first, at.second), [=] {
             return way == 0   ? qv_btree_remove_node(map, node) == next
                    : way == 1 ? qv_btree_remove(map, ptr(key)) == present
                               : qv_btree_remove_cmp(map, ptr(key), compare) == present;
         });
-        require(!present || size_at_release == model.size(), "size when a node is released");
-        model.erase(key);
-        verify();
     }
 
     void remove_until(Int key) {
         const bool present = model.count(key) != 0;
         std::string expected;
         while (present && model.begin()->first < key && model.begin()->first != 0) {
-            expected += destruction(model.begin());
-            model.erase(model.begin());
+            expected += erased(model.begin(), std::next(model.begin()));
         }
         run(
-            expected, [=] { return qv_btree_remove_until(map, ptr(key)) == present; }, 'c');
-        verify();
+            expected, [=] { return qv_btree_remove_until(map, ptr(key)) == present; }, false);
     }
 
     void clear() {
-        run(cleared(), [=] { return qv_btree_clear(map), true; });
-        verify();
+        run(erased(model.begin(), model.end()), [=] { return qv_btree_clear(map), true; });
     }
 
-    // Becomes a copy of other, or has it assigned.
-    void take(const CheckedMap& other, bool copying, bool keys, bool values) {
-        if (!copying && this == &other) {
-            return run("", [=] { return qv_btree_assign(map, map, key_copy, value_copy), true; });
+    void assign(const CheckedMap& other, qv_copy_pt keys, qv_copy_pt values) {
+        std::string expected;
+        if (this != &other) {
+            expected = erased(model.begin(), model.end());
+            expected += copied(other.model, keys, values, 0);
         }
-        auto* const of_keys = keys ? key_copy : nullptr;
-        auto* const of_values = values ? value_copy : nullptr;
-        std::string expected = copying ? fail_in == 1 ? "x " : "m " : cleared();
-        Model taken;
-        int allocation = copying ? 1 : 0;
-        for (const auto& entry : other.model) {
-            const Int value = entry.second.value;
-            if (copying && fail_in == 1) {
-                break;
-            }
-            const bool refused = ++allocation == fail_in;
-            expected += (keys ? event('K', ptr(entry.first)) : "") +
-                        (values ? event('V', ptr(value)) : "") + (refused ? "x " : "m ");
-            if (!refused) {
-                taken[entry.first + (keys ? 1000 : 0)] = {value + (values ? 100 : 0), nullptr};
-            }
+        run(
+            expected, [&] { return qv_btree_assign(map, other.map, keys, values), true; }, false);
+    }
+
+    void become_copy(const CheckedMap& other, qv_copy_pt keys, qv_copy_pt values) {
+        if (fail_in == 1) {
+            return run("x ", [&] { return !qv_btree_copy(other.map, keys, values); });
         }
-        qv_btree_t* copy = nullptr;
-        const auto operation = [&] {
-            copying ? void(copy = qv_btree_copy(other.map, of_keys, of_values))
-                    : qv_btree_assign(map, other.map, of_keys, of_values);
-            return true;
-        };
-        run(expected, operation, 'c');
-        if (copying && copy != nullptr) {
-            require(copy->key_dtor == (keys ? key_dtor : nullptr), "key destructor");
-            require(copy->value_dtor == (values ? value_dtor : nullptr), "value destructor");
+        const Model source = other.model;
+        const std::string old = erased(model.begin(), model.end()) + "f0/0 ";
+        const auto action = [&] {
+            qv_btree_t* const copy = qv_btree_copy(other.map, keys, values);
+            const bool right = copy->key_dtor == (keys != nullptr ? key_dtor : nullptr) &&
+                               copy->value_dtor == (values != nullptr ? value_dtor : nullptr);
             copy->key_dtor = key_dtor;
             copy->value_dtor = value_dtor;
-            qv_btree_free(map);
-            map = copy;
-        }
-        if (!copying || copy != nullptr) {
-            model = taken;
-            for (auto& entry : model) {
-                entry.second.node = qv_btree_find_node(map, ptr(entry.first));
-            }
-        }
-        verify();
+            qv_btree_free(std::exchange(map, copy));
+            return right;
+        };
+        run("m " + copied(source, keys, values, 1) + old, action, false);
     }
 
-    void look_up(Int key) const {
+    void look_up(Int key) {
         const auto at = model.find(key);
         void* const value = at != model.end() ? ptr(at->second.value) : nullptr;
         run(path_to(key), [=] { return qv_btree_find(map, ptr(key)) == value; });
@@ -212,13 +186,32 @@ public:
         run(path_to(key, true), [=] { return qv_btree_low_bound(map, ptr(key)) == bound; });
     }
 
+private:
+    struct Entry {
+        Int value;
+        qv_btree_node_t* node;  // NULL until a walk has met it.
+    };
+    using Model = std::map<Int, Entry>;
+
+    // The action returns whether its result is right; the model is what it should lead to.
+    void run(const std::string& expected, const std::function<bool()>& action,
+             bool with_comparisons = true) {
+        bool right = false;
+        observed = map;
+        const std::string log = events([&] { right = action(); }, with_comparisons);
+        require(right && log == expected, "result, or events: " + log + "; expected: " + expected);
+        verify();
+    }
+
     // The walk both ways, the ends, the size, and the records themselves.
-    void verify() const {
+    void verify() {
         require(*Invariants::broken(map) == '\0', Invariants::broken(map));
         auto* node = qv_btree_first_node(map);
         qv_btree_node_t* previous = nullptr;
-        for (const auto& entry : model) {
-            require(node == entry.second.node && qv_btree_node_key(node) == ptr(entry.first) &&
+        for (auto& entry : model) {
+            auto*& known = entry.second.node;
+            known = known != nullptr ? known : node;
+            require(node == known && qv_btree_node_key(node) == ptr(entry.first) &&
                         qv_btree_node_value(node) == ptr(entry.second.value) &&
                         qv_btree_node_previous(node) == previous,
                     "entry, or the node that it is in");
@@ -229,61 +222,55 @@ public:
         require(qv_btree_size(map) == model.size() && qv_btree_empty(map) == model.empty(), "size");
     }
 
-    qv_btree_t* map;
-
-private:
-    struct Entry {
-        Int value;
-        qv_btree_node_t* node;
-    };
-    using Model = std::map<Int, Entry>;
-
-    // The action returns whether its result is right. Events that begin with skipped don't count.
-    void run(const std::string& expected, const std::function<bool()>& action,
-             char skipped = '\0') const {
-        bool right = false;
-        observed = map;
-        const std::string all = events([&] { right = action(); });
-        std::string log;
-        for (size_t at = 0, end = 0; at < all.size(); at = end) {
-            end = all.find(' ', at) + 1;
-            log += all[at] == skipped ? "" : all.substr(at, end - at);
-        }
-        require(right && log == expected, "result, or events: " + log + "; expected: " + expected);
-    }
-
     // The comparator calls of a search; that for a lower bound does not end at an equal key.
     std::string path_to(Int key, bool lower_bound = false) const {
         std::string calls;
         const auto* node = map->root;
-        while (node != nullptr) {
+        for (bool goes_on = node != nullptr; goes_on;) {
             const Int stored = num(node->key);
             calls += event('c', ptr(key), ",", stored);
-            const bool ends = (key <= stored ? node->left_child : node->right_child) == 0;
-            node = ends || (key == stored && !lower_bound) ? nullptr
-                   : key <= stored                         ? node->left
-                                                           : node->right;
+            const bool is_child = (key > stored ? node->right_child : node->left_child) != 0;
+            goes_on = is_child && (key != stored || lower_bound);
+            node = key > stored ? node->right : node->left;
         }
         return calls;
     }
 
-    std::string dtor(char what, Int object) const {
+    std::string sized(char what, Int object) const {
         return event(what, ptr(object), "/", static_cast<Int>(model.size()));
     }
 
-    std::string destruction(Model::const_iterator at) const {
-        return dtor('k', at->first) + dtor('v', at->second.value) + event('f', ptr(at->first));
+    // Each changes the model and returns the events that go with it.
+    std::string added(Int key, Int value, bool refused) {
+        if (!refused) {
+            model[key] = {value, nullptr};
+        }
+        return refused ? "x " : "m ";
     }
 
-    std::string cleared() {
+    std::string erased(Model::const_iterator first, Model::const_iterator last) {
         std::string expected;
-        for (auto at = model.cbegin(); at != model.cend(); ++at) {
-            expected += destruction(at);
+        for (auto at = first; at != last; ++at) {
+            expected +=
+                sized('k', at->first) + sized('v', at->second.value) + sized('f', at->first);
         }
-        model.clear();
+        model.erase(first, last);
         return expected;
     }
 
+    std::string copied(const Model& source, qv_copy_pt keys, qv_copy_pt values, int allocation) {
+        std::string expected;
+        for (const auto& entry : source) {
+            const Int value = entry.second.value;
+            expected += keys != nullptr ? event('K', ptr(entry.first)) : "";
+            expected += values != nullptr ? event('V', ptr(value)) : "";
+            expected += added(entry.first + (keys != nullptr ? 1000 : 0),
+                              value + (values != nullptr ? 100 : 0), ++allocation == fail_in);
+        }
+        return expected;
+    }
+
+    qv_btree_t* map;
     Model model;
 };
 
