@@ -100,8 +100,7 @@ inline std::string events(const std::function<void()>& action, bool with_compari
 class CheckedMap {
 public:
     CheckedMap() : map(qv_btree_new(compare, key_dtor, value_dtor)) {}
-    CheckedMap(const CheckedMap&) = delete;
-    CheckedMap& operator=(const CheckedMap&) = delete;
+    CheckedMap(CheckedMap&&) = delete;
     ~CheckedMap() {
         observed = map;
         qv_btree_free(map);
@@ -141,8 +140,8 @@ public:
         while (present && model.begin()->first < key && model.begin()->first != 0) {
             expected += erased(model.begin(), std::next(model.begin()));
         }
-        run(
-            expected, [=] { return qv_btree_remove_until(map, ptr(key)) == present; }, false);
+        const auto action = [=] { return qv_btree_remove_until(map, ptr(key)) == present; };
+        run(expected, action, false);
     }
 
     void clear() {
@@ -155,8 +154,8 @@ public:
             expected = erased(model.begin(), model.end());
             expected += copied(other.model, keys, values, 0);
         }
-        run(
-            expected, [&] { return qv_btree_assign(map, other.map, keys, values), true; }, false);
+        const auto action = [&] { return qv_btree_assign(map, other.map, keys, values), true; };
+        run(expected, action, false);
     }
 
     void become_copy(const CheckedMap& other, qv_copy_pt keys, qv_copy_pt values) {

@@ -13,13 +13,19 @@ quietly() {
     "$@" >log 2>&1 || { cat log >&2; echo "FAILED: $*" >&2; exit 1; }
 }
 
-# consumer NAME ARGUMENT...: configures, builds and runs the consumer project.
+# consumer NAME ARGUMENT: configures, builds and runs the consumer project.
 consumer() {
-    name=$1
-    shift
-    quietly cmake -S "$source/tests/consumers" -B "$name" "-DSNIPPETS=$work" "$@"
-    quietly cmake --build "$name"
-    quietly ctest --test-dir "$name" --no-tests=error
+    quietly cmake -S "$source/tests/consumers" -B "$1" "-DSNIPPETS=$work" "$2"
+    quietly cmake --build "$1"
+    quietly ctest --test-dir "$1" --no-tests=error
+}
+
+# by_pkg_config PACKAGE SOURCE: compiles and runs one file.
+by_pkg_config() {
+    # shellcheck disable=SC2046 # One argument for each flag.
+    quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror "$2" \
+        $(pkg-config --cflags --libs "$1") -o "$1.program"
+    quietly "./$1.program"
 }
 
 consumer subdirectory "-DSUBDIRECTORY=$source"
@@ -33,18 +39,12 @@ for shared in OFF ON; do
     consumer "package-$shared" "-DCMAKE_PREFIX_PATH=$work/moved"
 
     export PKG_CONFIG_PATH="$work/moved/lib/pkgconfig" LD_LIBRARY_PATH="$work/moved/lib"
-    # shellcheck disable=SC2046 # One argument for each flag.
-    quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror program.c \
-        $(pkg-config --cflags --libs qv_base) -o program
-    quietly ./program
-    # shellcheck disable=SC2046
-    quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror \
-        "$source/examples/static_arena.c" $(pkg-config --cflags --libs qv_base_core) -o arena
-    quietly ./arena
+    by_pkg_config qv_base program.c
+    by_pkg_config qv_base_core "$source/examples/static_arena.c"
 done
 
 gdb -nx -batch -iex "set auto-load safe-path $work" -ex 'break qv_btree_new' -ex run \
-    -ex 'help qv-check' --args ./program >log 2>&1
+    -ex 'help qv-check' --args ./qv_base.program >log 2>&1
 grep -q 'names the first broken node' log || { cat log; exit 1; }
 
 nm -D --defined-only moved/lib/libqv_base.so | sed 's/.* //' | sort >exported

@@ -15,24 +15,18 @@ void* ptr(std::uintptr_t n) {
     return reinterpret_cast<void*>(n);
 }
 
-int32_t compare(const void* a, const void* b) {
-    return a < b ? -1 : a == b ? 0 : 1;
-}
-
 // Everything that the header allows at the same time; counts what is right.
 size_t read_all(qv_btree_t* map) {
     size_t right = qv_btree_empty(map) || qv_btree_first(map, nullptr) != ptr(1) ? 0 : 1;
     for (std::uintptr_t n = 1; n <= entries; ++n) {
-        right += qv_btree_find(map, ptr(2 * n)) == ptr(n) ? 1U : 0U;
-        right += qv_btree_low_bound(map, ptr(2 * n - 1)) == ptr(2 * n) ? 1U : 0U;
+        right += size_t{qv_btree_find(map, ptr(2 * n)) == ptr(n)};
+        right += size_t{qv_btree_low_bound(map, ptr(2 * n - 1)) == ptr(2 * n)};
     }
-    for (auto* node = qv_btree_first_node(map); node != qv_btree_last_node(map);) {
+    for (auto* node = qv_btree_first_node(map); node != qv_btree_last_node(map); ++right) {
         node = qv_btree_next_node(node);
-        ++right;
     }
-    const auto count = [](void* /*key*/, void* /*value*/, void* visits) {
-        ++*static_cast<size_t*>(visits);
-        return false;
+    const auto count = [](void*, void*, void* visits) {
+        return ++*static_cast<size_t*>(visits) == 0;
     };
     qv_btree_foreach(map, count, &right);
     qv_btree_t* const copy = qv_btree_copy(map, nullptr, nullptr);
@@ -43,9 +37,10 @@ size_t read_all(qv_btree_t* map) {
     return right;
 }
 
-}  // namespace
-
 TEST(ThreadsTest, ReadersShareAMap) {
+    const auto compare = [](const void* a, const void* b) {
+        return int32_t{a > b} - int32_t{a < b};
+    };
     qv_btree_t* const map = qv_btree_new(compare, nullptr, nullptr);
     for (std::uintptr_t n = entries; n > 0; --n) {
         qv_btree_insert(map, ptr(2 * n), ptr(n));
@@ -59,3 +54,5 @@ TEST(ThreadsTest, ReadersShareAMap) {
     }
     qv_btree_free(map);
 }
+
+}  // namespace
