@@ -132,28 +132,38 @@ static inline uintptr_t qv_btree_select(uintptr_t mask, uintptr_t if_left, uintp
     return (if_left & ~mask) | (if_right & mask);
 }
 
+template <typename T>
+static inline T* qv_btree_select(uintptr_t mask, T* if_left, T* if_right) {
+    return reinterpret_cast<T*>(qv_btree_select(mask, reinterpret_cast<uintptr_t>(if_left),
+                                                reinterpret_cast<uintptr_t>(if_right)));
+}
+
 // The one descent behind every search. In a map with entries it calls key_compare with key first,
 // from the root to the end that qv_btree_position_t describes. Unless it is to stop at an equal
-// key, it passes it by on the left.
+// key, it passes it by on the left. Whether the way is predictable, being much the same each time,
+// only concerns its speed.
 static inline void qv_btree_search(const qv_btree_t* t, const void* key,
                                    qv_comparator_pt key_compare, bool stop_at_equal,
-                                   qv_btree_position_t* end) {
+                                   bool predictable, qv_btree_position_t* end) {
     qv_btree_node_t* node = t->root;
     size_t idx = 1;
     int32_t cmp = 0;
     end->path[0] = nullptr;
-    if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP) {
+    if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP && !predictable) {
+        void* node_key = node->key;
         for (;;) {
-            cmp = key_compare(key, node->key);
+            // The next key of either way, while the comparator is busy: it need not wait for both.
+            void* const left_key = qv_btree_node_key(node->left);
+            void* const right_key = qv_btree_node_key(node->right);
+            cmp = key_compare(key, node_key);
             const uintptr_t mask = uintptr_t{0} - static_cast<uintptr_t>(cmp > 0);
             const bool ends = qv_btree_select(mask, node->left_child, node->right_child) == 0;
             if (ends || (cmp == 0 && stop_at_equal)) {
                 break;
             }
             end->path[idx++] = node;
-            node = reinterpret_cast<qv_btree_node_t*>(
-                qv_btree_select(mask, reinterpret_cast<uintptr_t>(node->left),
-                                reinterpret_cast<uintptr_t>(node->right)));
+            node_key = qv_btree_select(mask, left_key, right_key);
+            node = qv_btree_select(mask, node->left, node->right);
         }
     } else {
         for (;;) {
@@ -335,7 +345,9 @@ static void qv_btree_node_destroy_entry(const qv_btree_t* t, const qv_btree_node
     }
 }
 
-static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool replace) {
+// For predictable see qv_btree_search.
+static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool replace,
+                                     bool predictable) {
     if (t == nullptr) {
         return;
     }
@@ -348,7 +360,7 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
     }
 
     qv_btree_position_t at;
-    qv_btree_search(t, key, t->key_compare, true, &at);
+    qv_btree_search(t, key, t->key_compare, true, predictable, &at);
     qv_btree_node_t* const node = at.node;
     if (at.cmp == 0) {
         qv_btree_node_overwrite(t, node, key, value, replace);
@@ -363,20 +375,14 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
         return;
     }
     // The child takes over the thread that stood in its place; its other one leads to its parent.
-    if (at.cmp < 0) {
-        child->left = node->left;
-        child->right = node;
-        node->left = child;
-        node->left_child = 1;
-    } else {
-        child->right = node->right;
-        child->left = node;
-        node->right = child;
-        node->right_child = 1;
-    }
+    const bool left_node = at.cmp < 0;
+    child->left = left_node ? node->left : node;
+    child->right = left_node ? node : node->right;
+    (left_node ? node->left : node->right) = child;
+    (left_node ? node->left_child : node->right_child) = 1;
     ++t->nnodes;
     at.path[at.idx] = node;
-    qv_btree_node_lean(node, at.cmp < 0, true);
+    qv_btree_node_lean(node, left_node, true);
     qv_btree_rebalance(t, at.path, at.idx, true);
 }
 
@@ -445,7 +451,7 @@ static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
     assert(key_compare != nullptr);
 
     qv_btree_position_t at;
-    qv_btree_search(t, key, key_compare, true, &at);
+    qv_btree_search(t, key, key_compare, true, false, &at);
     if (at.cmp != 0) {
         return false;
     }
@@ -518,7 +524,7 @@ qv_btree_node_t* qv_btree_find_node(const qv_btree_t* t, const void* key) {
         return nullptr;
     }
     qv_btree_position_t at;
-    qv_btree_search(t, key, t->key_compare, true, &at);
+    qv_btree_search(t, key, t->key_compare, true, false, &at);
     return at.cmp == 0 ? at.node : nullptr;
 }
 
@@ -539,7 +545,7 @@ void* qv_btree_low_bound(qv_btree_t* t, const void* key) {
         return nullptr;
     }
     qv_btree_position_t at;
-    qv_btree_search(t, key, t->key_compare, false, &at);
+    qv_btree_search(t, key, t->key_compare, false, false, &at);
     // A search that ends on its way to the right stands just below the key: the thread leads on.
     return qv_btree_node_key(at.cmp > 0 ? at.node->right : at.node);
 }
@@ -556,11 +562,11 @@ void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data) {
 // Insertion
 
 void qv_btree_insert(qv_btree_t* t, void* key, void* value) {
-    qv_btree_insert_internal(t, key, value, false);
+    qv_btree_insert_internal(t, key, value, false, false);
 }
 
 void qv_btree_replace(qv_btree_t* t, void* key, void* value) {
-    qv_btree_insert_internal(t, key, value, true);
+    qv_btree_insert_internal(t, key, value, true, false);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -613,7 +619,7 @@ static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv
         }
         void* const key = key_copy != nullptr ? key_copy(node->key) : node->key;
         void* const value = value_copy != nullptr ? value_copy(node->value) : node->value;
-        qv_btree_insert(tree, key, value);
+        qv_btree_insert_internal(tree, key, value, false, true);
         node = next;
     }
 }
