@@ -222,10 +222,10 @@ void life(benchmark::State& state, bool random_order, size_t entries) {
             });
         }
         build(map);
-        const size_t before = mallinfo2().uordblks;
+        const auto before = static_cast<double>(mallinfo2().uordblks);
         timed("clear", [&] { map.clear(); });
         count("bytes",
-              static_cast<double>(before - mallinfo2().uordblks) / static_cast<double>(entries));
+              (before - static_cast<double>(mallinfo2().uordblks)) / static_cast<double>(entries));
         disown_all();
         benchmark::DoNotOptimize(released);
     }

@@ -61,15 +61,13 @@ inline void value_dtor(void* value) {
     log_with_size('v', value);
 }
 
-inline void* key_copy(void* key) {
-    event_log += event('K', key);
-    return ptr(num(key) + 1000);
+template <char what, Int shift>
+void* copy_of(void* object) {
+    event_log += event(what, object);
+    return ptr(num(object) + shift);
 }
-
-inline void* value_copy(void* value) {
-    event_log += event('V', value);
-    return ptr(num(value) + 100);
-}
+constexpr qv_copy_pt key_copy = copy_of<'K', 1000>;
+constexpr qv_copy_pt value_copy = copy_of<'V', 100>;
 
 inline void require(bool holds, const std::string& what) {
     if (!holds) {
@@ -85,7 +83,9 @@ void* HAL_Malloc(unsigned long size) {
 
 void HAL_Free(void* ptr) {
     log_with_size('f', static_cast<qv_btree_node_t*>(ptr)->key);
-    require(live_blocks.erase(ptr) == 1, "release of what is not allocated");
+    if (live_blocks.erase(ptr) == 0) {
+        std::abort();
+    }
     std::free(ptr);
 }
 
@@ -160,7 +160,7 @@ public:
 
     void become_copy(const CheckedMap& other, qv_copy_pt keys, qv_copy_pt values) {
         if (fail_in == 1) {
-            return run("x ", [&] { return !qv_btree_copy(other.map, keys, values); });
+            return run("x ", [&] { return qv_btree_copy(other.map, keys, values) == nullptr; });
         }
         const Model source = other.model;
         const std::string old = erased(model.begin(), model.end()) + "f0/0 ";

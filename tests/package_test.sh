@@ -29,6 +29,7 @@ by_pkg_config() {
 }
 
 consumer subdirectory "-DSUBDIRECTORY=$source"
+consumer fetched "-DFETCHED=$source"
 for shared in OFF ON; do
     quietly cmake -S "$source" -B build -DCMAKE_BUILD_TYPE=Release "-DBUILD_SHARED_LIBS=$shared" \
         -DQV_BASE_TESTS=OFF -DQV_BASE_EXAMPLES=OFF -DCMAKE_INSTALL_LIBDIR=lib

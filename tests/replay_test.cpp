@@ -10,13 +10,11 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 TEST(ReplayTest, CorpusPasses) {
-    int files = 0;
+    EXPECT_FALSE(std::filesystem::is_empty(QV_CORPUS));
     for (const auto& entry : std::filesystem::directory_iterator(QV_CORPUS)) {
         SCOPED_TRACE(entry.path());
         std::ifstream in(entry.path(), std::ios::binary);
         const std::string bytes(std::istreambuf_iterator<char>(in), {});
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-        ++files;
     }
-    EXPECT_GT(files, 0);
 }
