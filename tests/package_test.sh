@@ -23,7 +23,7 @@ consumer() {
 # by_pkg_config PACKAGE SOURCE: compiles and runs one file.
 by_pkg_config() {
     # shellcheck disable=SC2046 # One argument for each flag.
-    quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror "$2" \
+    quietly "${CC:-cc}" -std=c99 -g -Wall -Wextra -Wpedantic -Werror "$2" \
         $(pkg-config --cflags --libs "$1") -o "$1.program"
     quietly "./$1.program"
 }
@@ -44,9 +44,12 @@ for shared in OFF ON; do
     by_pkg_config qv_base_core "$source/examples/static_arena.c"
 done
 
-gdb -nx -batch -iex "set auto-load safe-path $work" -ex 'break qv_btree_new' -ex run \
-    -ex 'help qv-check' --args ./qv_base.program >log 2>&1
-grep -q 'names the first broken node' log || { cat log; exit 1; }
+grep '^(gdb) set' "$source/README.md" | sed 's/^(gdb) //' >commands
+gdb -nx -batch -iex "set auto-load safe-path $work" -ex 'break qv_btree_remove' -ex run -ex up \
+    -x commands -ex 'print *people' -ex 'qv-check people' qv_base.program >log 2>&1
+grep '^$1 = \|^3 entries' "$source/README.md" | while read -r line; do
+    grep -qF -- "$line" log || { cat log; exit 1; }
+done
 
 nm -D --defined-only moved/lib/libqv_base.so | sed 's/.* //' | sort >exported
 grep -o 'qv_btree_[a-z_]*(' "$source/src/base/qv_btree.h" | tr -d '(' | sort -u >public

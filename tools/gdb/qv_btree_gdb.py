@@ -45,31 +45,54 @@ KEY = TypeParameter("qv-key-type")
 VALUE = TypeParameter("qv-value-type")
 
 
-def next_node(node):
-    step = node["right"]
-    if node["right_child"]:
-        while step["left_child"]:
-            step = step["left"]
-    return step
+class Node:
+    """The record at an address, read by its layout in qv_btree.cpp: a library built without debug
+    information serves as well."""
+
+    def __init__(self, address):
+        self.address = int(address)
+        pointer = gdb.lookup_type("void").pointer()
+        pointers = gdb.Value(self.address).cast(pointer.pointer())
+        self.key, self.value, self.left, self.right = (pointers[i] for i in range(4))
+        flags = (pointers + 4).cast(gdb.lookup_type("signed char").pointer())
+        self.balance, self.left_child, self.right_child = (int(flags[i]) for i in range(3))
+
+
+class Map:
+    """The same for a map."""
+
+    def __init__(self, address):
+        pointer = gdb.lookup_type("void").pointer()
+        pointers = gdb.Value(int(address)).cast(pointer.pointer())
+        self.root = pointers[0]
+        self.nnodes = int(pointers[4])
+        self.compare = gdb.parse_and_eval(f"*(int (*)(const void*, const void*)){int(pointers[1])}")
+
+
+def leftmost(address):
+    node = Node(address)
+    while node.left_child:
+        node = Node(node.left)
+    return node
 
 
 class MapPrinter:
     def __init__(self, value):
-        self.map = value
+        self.map = Map(value.address)
 
     def to_string(self):
-        return f"qv_btree_t of {int(self.map['nnodes'])} entries"
+        return f"qv_btree_t of {self.map.nnodes} entries"
 
     def children(self):
-        node = self.map["root"]
-        while node and node["left_child"]:
-            node = node["left"]
-        for i in range(int(self.map["nnodes"])):
-            if not node:
+        following = self.map.root
+        is_child = True
+        for i in range(self.map.nnodes):
+            if not following:
                 break
-            yield f"key {i}", KEY.through(node["key"])
-            yield f"value {i}", VALUE.through(node["value"])
-            node = next_node(node)
+            node = leftmost(following) if is_child else Node(following)
+            yield f"key {i}", KEY.through(node.key)
+            yield f"value {i}", VALUE.through(node.value)
+            following, is_child = node.right, node.right_child
 
     def display_hint(self):
         return "map"
@@ -77,16 +100,17 @@ class MapPrinter:
 
 class NodePrinter:
     def __init__(self, value):
-        self.node = value
+        self.node = Node(value.address)
 
     def to_string(self):
+        node = self.node
         sides = []
-        for side in ("left", "right"):
-            to = self.node[side]
-            link = "child" if self.node[side + "_child"] else "thread"
-            sides.append(f"{side} {link} " + (str(KEY.through(to["key"])) if to else "NULL"))
-        return (f"{KEY.through(self.node['key'])} = {VALUE.through(self.node['value'])}, "
-                f"balance {int(self.node['balance'])}, {', '.join(sides)}")
+        for side, to, child in (("left", node.left, node.left_child),
+                                ("right", node.right, node.right_child)):
+            end = str(KEY.through(Node(to).key)) if to else "NULL"
+            sides.append(f"{side} {'child' if child else 'thread'} {end}")
+        return (f"{KEY.through(node.key)} = {VALUE.through(node.value)}, "
+                f"balance {node.balance}, {', '.join(sides)}")
 
 
 class Broken(Exception):
@@ -94,8 +118,8 @@ class Broken(Exception):
 
 
 class Checker:
-    def __init__(self, value):
-        self.map = value
+    def __init__(self, address):
+        self.map = Map(address)
         self.last = None
         self.count = 0
         thread = gdb.selected_thread()
@@ -103,43 +127,45 @@ class Checker:
         self.live = thread is not None and thread.is_valid() and \
             gdb.selected_inferior().connection.type != "core"
 
-    def require(self, holds, what, node):
+    def require(self, holds, what, address):
         if not holds:
-            raise Broken(f"invariant {what}, at node {int(node):#x}")
+            raise Broken(f"invariant {what}, at node {int(address):#x}")
 
     def ordered(self, node):
         if self.live:
-            return int(self.map["key_compare"].dereference()(self.last["key"], node["key"])) < 0
+            return int(self.map.compare(self.last.key, node.key)) < 0
         if KEY.value == "void *":
             return True
-        before, after = KEY.through(self.last["key"]), KEY.through(node["key"])
+        before, after = KEY.through(self.last.key), KEY.through(node.key)
         if before.type.strip_typedefs().code == gdb.TYPE_CODE_PTR:
             return before.string() < after.string()
         return before < after
 
-    def height(self, node, level):
-        self.require(node and level <= MAX_LEVELS, "2: too deep, or a NULL child", node)
-        self.require(node["left_child"] <= 1 and node["right_child"] <= 1, "3: flags", node)
-        left = self.height(node["left"], level + 1) if node["left_child"] else 0
-        if not node["left_child"]:
-            self.require(node["left"] == (self.last or 0), "3: left thread", node)
-        if self.last is not None:
-            if not self.last["right_child"]:
-                self.require(self.last["right"] == node, "3: right thread", self.last)
-            self.require(self.ordered(node), "1: order", node)
+    def height(self, address, level):
+        self.require(address and level <= MAX_LEVELS, "2: too deep, or a NULL child", address)
+        node = Node(address)
+        self.require({node.left_child, node.right_child} <= {0, 1}, "3: flags", address)
+        left = self.height(node.left, level + 1) if node.left_child else 0
+        last = self.last
+        if not node.left_child:
+            self.require(node.left == (last.address if last else 0), "3: left thread", address)
+        if last:
+            if not last.right_child:
+                self.require(last.right == node.address, "3: right thread", last.address)
+            self.require(self.ordered(node), "1: order", address)
         self.last = node
         self.count += 1
-        right = self.height(node["right"], level + 1) if node["right_child"] else 0
-        self.require(int(node["balance"]) == right - left and abs(right - left) <= 1,
-                     "2: balance", node)
+        right = self.height(node.right, level + 1) if node.right_child else 0
+        self.require(node.balance == right - left and abs(right - left) <= 1, "2: balance",
+                     address)
         return max(left, right) + 1
 
     def run(self):
-        if self.map["root"]:
-            self.height(self.map["root"], 1)
-            self.require(not self.last["right"], "3: last right thread", self.last)
-        if self.count != int(self.map["nnodes"]):
-            raise Broken(f"invariant 4: {self.count} nodes, but nnodes is {int(self.map['nnodes'])}")
+        if self.map.root:
+            self.height(self.map.root, 1)
+            self.require(not self.last.right, "3: last right thread", self.last.address)
+        if self.count != self.map.nnodes:
+            raise Broken(f"invariant 4: {self.count} nodes, but nnodes is {self.map.nnodes}")
         order = "" if self.live else (
             " (1 by the values of the keys)" if KEY.value != "void *" else
             " (1 not checked: without a process, set qv-key-type)")
@@ -149,6 +175,8 @@ class Checker:
 class Check(gdb.Command):
     """qv-check MAP: verifies a qv_btree map and names the first broken node.
 
+MAP is a map, a pointer to one or its address.
+
 Invariant 5, that entries stay in their nodes, cannot be seen in one state of a map."""
 
     def __init__(self):
@@ -156,10 +184,9 @@ Invariant 5, that entries stay in their nodes, cannot be seen in one state of a 
 
     def invoke(self, argument, from_tty):
         value = gdb.parse_and_eval(argument)
-        if value.type.strip_typedefs().code == gdb.TYPE_CODE_PTR:
-            value = value.dereference()
+        is_map = value.type.strip_typedefs().code == gdb.TYPE_CODE_STRUCT
         try:
-            print(Checker(value).run())
+            print(Checker(value.address if is_map else value).run())
         except Broken as broken:
             print(broken)
         except gdb.MemoryError as error:
