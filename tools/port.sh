@@ -26,6 +26,7 @@ run_tests i386 i686-linux-gnu
 
 echo "== windows"
 cmake -S . -B "$build/windows" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_SYSTEM_NAME=Windows \
+    -DCMAKE_C_COMPILER=x86_64-w64-mingw32-gcc-posix \
     -DCMAKE_CXX_COMPILER=x86_64-w64-mingw32-g++-posix -DCMAKE_COMPILE_WARNING_AS_ERROR=ON \
     -DQV_BASE_TESTS=OFF >"$build/windows.log" 2>&1 &&
     cmake --build "$build/windows" >>"$build/windows.log" 2>&1 || { cat "$build/windows.log"; exit 1; }

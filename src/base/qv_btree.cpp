@@ -140,8 +140,8 @@ static inline T* qv_btree_select(uintptr_t mask, T* if_left, T* if_right) {
 
 // The one descent behind every search. In a map with entries it calls key_compare with key first,
 // from the root to the end that qv_btree_position_t describes. Unless it is to stop at an equal
-// key, it passes it by on the left. Whether the way is predictable, being much the same each time,
-// only concerns its speed.
+// key, it passes it by on the left. A way that is predictable, much the same each time, is left to
+// the branch predictor, whatever the size of the map.
 static inline void qv_btree_search(const qv_btree_t* t, const void* key,
                                    qv_comparator_pt key_compare, bool stop_at_equal,
                                    bool predictable, qv_btree_position_t* end) {
@@ -152,7 +152,8 @@ static inline void qv_btree_search(const qv_btree_t* t, const void* key,
     if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP && !predictable) {
         void* node_key = node->key;
         for (;;) {
-            // The next key of either way, while the comparator is busy: it need not wait for both.
+            // Loaded while the comparator is busy, so that the next comparison waits for nothing but
+            // the choice between the two.
             void* const left_key = qv_btree_node_key(node->left);
             void* const right_key = qv_btree_node_key(node->right);
             cmp = key_compare(key, node_key);
