@@ -152,8 +152,8 @@ static inline void qv_btree_search(const qv_btree_t* t, const void* key,
     if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP && !predictable) {
         void* node_key = node->key;
         for (;;) {
-            // Loaded while the comparator is busy, so that the next comparison waits for nothing but
-            // the choice between the two.
+            // Loaded while the comparator is busy, so that the next comparison only waits for the
+            // choice between the two.
             void* const left_key = qv_btree_node_key(node->left);
             void* const right_key = qv_btree_node_key(node->right);
             cmp = key_compare(key, node_key);
