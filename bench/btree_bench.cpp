@@ -189,6 +189,7 @@ void life(benchmark::State& state, bool random_order, size_t entries) {
         if constexpr (std::is_same_v<Peer, Ours>) {
             const PointerChase chase(map.handle(), Keys<Kind>(next_order(), 1));
             timed("find limit", [&] { benchmark::DoNotOptimize(chase.run()); });
+            count("levels", chase.levels());
         }
         {
             const Keys<Kind> probes(next_order(), 0);

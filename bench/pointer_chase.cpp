@@ -17,6 +17,14 @@ void PointerChase::note(const void* key) {
     ways_.push_back(way);
 }
 
+double PointerChase::levels() const {
+    uint64_t nodes = 0;
+    for (const Way way : ways_) {
+        nodes += way.steps + 1;
+    }
+    return static_cast<double>(nodes) / static_cast<double>(ways_.size());
+}
+
 const void* PointerChase::run() const {
     // Zero, but the compiler cannot know: the next descent starts from what the last one found.
     const volatile uintptr_t unknown_zero = 0;

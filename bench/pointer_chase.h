@@ -20,6 +20,9 @@ public:
     // Walks all the ways again, without keys and comparisons.
     const void* run() const;
 
+    // How many nodes a search meets on average, with one comparison each.
+    double levels() const;
+
 private:
     struct Way {
         uint64_t turns;  // right where a bit is set, the lowest first

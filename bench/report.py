@@ -15,7 +15,7 @@ import subprocess
 import sys
 
 OURS = "qv_btree"
-LIMIT = "find limit"
+LIMIT, LEVELS = "find limit", "levels"
 OPERATIONS = ["insert", "find", "find absent", "lower bound", "walk", "foreach", "copy", "remove",
               "clear", "bytes"]
 PLOTTED = ["insert", "find", "remove", "walk"]
@@ -33,7 +33,7 @@ def read(files):
         for run in data["benchmarks"]:
             if run["run_type"] == "iteration":
                 peer, keys, order, entries = run["name"].split("/")[:4]
-                for operation in OPERATIONS + [LIMIT]:
+                for operation in OPERATIONS + [LIMIT, LEVELS]:
                     if operation in run:
                         samples[keys, order, operation, int(entries), peer].append(run[operation])
     results = collections.defaultdict(
@@ -75,13 +75,13 @@ def report(results, context):
             lines += [f"### {keys.capitalize()} keys, {order} order", "",
                       *table(operations, sizes, sorted(peers)), ""]
     lines += ["### Distance to the limit, random order", "",
-              "| keys | entries | find, ns | its node-to-node loads alone, ns | ratio |",
-              "|---|---|---|---|---|"]
+              "| keys | entries | comparisons | find, ns | node-to-node loads alone, ns | ratio |",
+              "|---|---|---|---|---|---|"]
     for (keys, order), operations in sorted(results.items()):
         for size, limit in sorted(operations[LIMIT].items() if order == "random" else []):
             find = operations["find"][size][OURS]
-            lines.append(f"| {keys} | {size:,} | {find:.0f} | {limit[OURS]:.0f} | "
-                         f"{find / limit[OURS]:.2f} |")
+            lines.append(f"| {keys} | {size:,} | {operations[LEVELS][size][OURS]:.1f} | "
+                         f"{find:.0f} | {limit[OURS]:.0f} | {find / limit[OURS]:.2f} |")
     lines += [""] + [f"![{name}: ns for each entry against entries](img/{name}.svg)"
                      for name in PLOTTED]
     return lines
