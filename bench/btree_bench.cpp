@@ -45,8 +45,7 @@ struct InPointer {
     static void disown(void* /*key*/) {}
 };
 
-struct Boxed {
-    static constexpr const char* name = "boxed";
+struct BoxedKeys {
     using Key = int64_t;
     static int32_t compare(const void* a, const void* b) {
         return sign_of_difference(*static_cast<const Key*>(a), *static_cast<const Key*>(b));
@@ -56,14 +55,18 @@ struct Boxed {
     static void disown(void* key) { delete static_cast<Key*>(key); }
 };
 
+struct Boxed : BoxedKeys {
+    static constexpr const char* name = "boxed";
+};
+
 // Each key allocated right before its insertion, which puts it beside its entry in memory. All
 // others are allocated before the first insertion, which then is measured without that.
-struct BoxedBeside : Boxed {
+struct BoxedBeside : BoxedKeys {
     static constexpr const char* name = "boxed-beside";
 };
 
 // As people often write it.
-struct BoxedBranching : Boxed {
+struct BoxedBranching : BoxedKeys {
     static constexpr const char* name = "boxed-branching";
     static int32_t compare(const void* a, const void* b) {
         const Key left = *static_cast<const Key*>(a);

@@ -22,7 +22,8 @@ size_t read_all(qv_btree_t* map) {
         node = qv_btree_next_node(node);
     }
     const auto count = [](void*, void*, void* visits) {
-        return ++*static_cast<size_t*>(visits) == 0;
+        ++*static_cast<size_t*>(visits);
+        return false;
     };
     qv_btree_foreach(map, count, &right);
     qv_btree_t* const copy = qv_btree_copy(map, nullptr, nullptr);
