@@ -1,6 +1,6 @@
 #!/bin/sh
-# What must hold besides the tests: format, static analysis, headers on their own, threads, Valgrind
-# and coverage. Called by ./dev check, which installs and builds what this needs.
+# Format, static analysis, headers on their own, and the tests under sanitizers and Valgrind. Called by
+# ./dev check, which installs and builds what this needs, and goes on with coverage.
 set -eu
 cd "$(dirname "$0")/.."
 sources=$(git ls-files -- '*.cpp' '*.h')
@@ -68,7 +68,8 @@ for standard in c++11 c++14 c++17 c++20; do
     done
 done
 
-echo "== threads"
+echo "== sanitizers"
+ctest --preset sanitize
 ctest --preset threads
 
 echo "== Valgrind"
