@@ -27,7 +27,6 @@ fails() {
 prints - <expected
 printf "It's o''er: 'rock'n'roll'\nit's \303\251t\303\251 IT\n" >small
 printf "er\t1\t1\nit\t1\t2\nit's\t2\t1 2\no\t1\t1\nrock'n'roll\t1\t1\n\303\251t\303\251\t1\t2\n" >expected
-prints small
 prints <small
 printf 'it\t1\tsmall:2\n%b' "it's\t3\tsmall:1 small:2 -:2\n" >expected
 printf "\nit's" | prints small - --prefix it

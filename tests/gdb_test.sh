@@ -10,26 +10,27 @@ mkdir qv && ln -s "$source/src/base" qv/base
 "$2" -g -I. -I"$source/src/base" -x c++ -w "$3" "$source"/src/base/qv_btree.cpp \
     "$source"/platform/std/hal_memory.cpp -o program
 
-# shows TEXT... -- GDB-ARGUMENT...: what GDB prints has every text.
+# shows GDB-ARGUMENT...: what GDB prints has every line of the input.
 shows() {
-    : >texts
-    while [ "$1" != -- ]; do echo "$1" >>texts; shift; done
-    shift
     gdb -nx -batch -ex "source $source/tools/gdb/qv_btree_gdb.py" -ex 'set qv-key-type char *' \
-        "$@" >out 2>&1 || { cat out; exit 1; }
+        "$@" >out 2>&1 </dev/null || { cat out; exit 1; }
     while read -r text; do
         grep -qF -- "$text" out || { echo "FAILED: no '$text' in:"; cat out; exit 1; }
-    done <texts
+    done
 }
 
 set -- -ex 'break qv_btree_remove' -ex run
-shows '["Ada"] = 1815, ["Edsger"] = 1930, ["Grace"] = 1906}' '3 entries, invariants 1 to 4 hold' \
-    '"Ada" = 1815, balance 0, left thread NULL, right thread "Edsger"' 'left child "Ada"' -- "$@" \
-    -ex 'set qv-value-type int *' -ex 'set print address off' -ex 'print *t' -ex 'print *t->root' \
-    -ex 'print *t->root->left' -ex 'qv-check t' -ex 'generate-core-file core' program
-shows '3 entries, invariants 1 to 4 hold (1 by the values of the keys)' -- -ex 'qv-check t' program core
+shows "$@" -ex 'set qv-value-type int *' -ex 'set print address off' -ex 'print *t' \
+    -ex 'print *t->root' -ex 'print *t->root->left' -ex 'qv-check t' -ex 'generate-core-file core' \
+    program <<'TEXT'
+["Ada"] = 1815, ["Edsger"] = 1930, ["Grace"] = 1906}
+"Ada" = 1815, balance 0, left thread NULL, right thread "Edsger"
+left child "Ada"
+3 entries, invariants 1 to 4 hold
+TEXT
+echo '3 entries, invariants 1 to 4 hold (1 by the values of the keys)' | shows -ex 'qv-check t' program core
 while IFS='|' read -r change text; do
-    shows "$text" -- "$@" -ex "set var $change" -ex 'qv-check t' program </dev/null
+    echo "$text" | shows "$@" -ex "set var $change" -ex 'qv-check t' program
 done <<'TEXT'
 t->root->key = t->root->right->key|invariant 1: order, at node 0x
 t->root->left->balance = 1|invariant 2: balance, at node 0x
