@@ -2,12 +2,12 @@
 
 #include "hal/hal_memory.h"
 
-#include <cstdlib>
+#include <stdlib.h>
 
 void* HAL_Malloc(unsigned long size) {
-    return std::malloc(size);
+    return malloc(size);
 }
 
 void HAL_Free(void* ptr) {
-    std::free(ptr);
+    free(ptr);
 }

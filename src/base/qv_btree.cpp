@@ -17,8 +17,7 @@
 
 #include "qv_btree.h"
 
-#include <algorithm>
-#include <cassert>
+#include <assert.h>
 
 #include "qv_memory.h"
 
@@ -234,8 +233,8 @@ static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* node) {
 
     const int8_t a_bal = node->balance;
     const int8_t b_bal = right->balance;
-    node->balance = static_cast<int8_t>(a_bal - 1 - std::max<int>(b_bal, 0));
-    right->balance = static_cast<int8_t>(std::min(a_bal - 2, b_bal - 1));
+    node->balance = static_cast<int8_t>(a_bal - 1 - (b_bal > 0 ? b_bal : 0));
+    right->balance = static_cast<int8_t>(a_bal - 2 < b_bal - 1 ? a_bal - 2 : b_bal - 1);
     return right;
 }
 
@@ -248,8 +247,8 @@ static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* node) {
 
     const int8_t a_bal = node->balance;
     const int8_t b_bal = left->balance;
-    node->balance = static_cast<int8_t>(a_bal + 1 - std::min<int>(b_bal, 0));
-    left->balance = static_cast<int8_t>(std::max(a_bal + 2, b_bal + 1));
+    node->balance = static_cast<int8_t>(a_bal + 1 - (b_bal < 0 ? b_bal : 0));
+    left->balance = static_cast<int8_t>(a_bal + 2 > b_bal + 1 ? a_bal + 2 : b_bal + 1);
     return left;
 }
 
