@@ -1,12 +1,17 @@
-# Headers, libraries, a CMake package and pkg-config files, all relocatable.
+# Headers, libraries, a CMake package, pkg-config files and debugger support. Relocatable, except with
+# absolute folders, which are where they were configured to be.
 
-include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/qv_base)
 
-install(DIRECTORY src/base/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qv/base
-        FILES_MATCHING PATTERN "*.h")
+# Of the headers in src/base users need: qv_btree.h, which includes basictypes.h; hal/hal_memory.h, to
+# define its two functions; qv_version.h, to compile for one version or another. Left out is
+# qv_memory.h, a helper of the library's own source.
+foreach(header IN LISTS public_headers)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES src/base/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qv/base/${folder})
+endforeach()
 install(TARGETS ${libraries} EXPORT qv_base-targets)
 install(EXPORT qv_base-targets NAMESPACE qv:: DESTINATION ${package_dir}
         FILE qv_base-config.cmake)
@@ -16,7 +21,16 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qv_base-config-version.cmake
 
 # The prefix is wherever the file lies, as many folders up as its own place is deep.
 set(pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-string(REGEX REPLACE "[^/]+" ".." pc_to_prefix ${pc_dir})
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  set(pc_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+  string(REGEX REPLACE "[^/]+" ".." pc_prefix ${pc_dir})
+  string(PREPEND pc_prefix "\${pcfiledir}/")
+endif()
+foreach(dir IN ITEMS LIBDIR INCLUDEDIR)
+  set(PC_${dir} "\${prefix}")
+  cmake_path(APPEND PC_${dir} ${CMAKE_INSTALL_${dir}}) # An absolute folder replaces what it follows.
+endforeach()
 foreach(library IN LISTS libraries)
   configure_file(cmake/library.pc.in ${library}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${library}.pc DESTINATION ${pc_dir})

@@ -1,47 +1,94 @@
 #!/bin/sh
-# Installs the library into a scratch prefix, static and shared, moves that elsewhere, and builds
-# other people's projects with it. Usage: package_test.sh SOURCE SNIPPET.C SNIPPET.CPP
+# Takes the library in every way that the README describes, as other people's projects would.
+# Usage: package_test.sh SOURCE SNIPPETS, the programs and CMake lines of the README by number
 set -eu
 source=$1
+snippets=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cp "$2" "$work/program.c"
-cp "$3" "$work/program.cpp"
+trap 'exit 1' HUP INT TERM
+cp "$snippets/snippet_1.c" "$work/program.c"
+cp "$snippets/snippet_2.cpp" "$work/program.cpp"
 cd "$work"
+export CMAKE_GENERATOR=Ninja
 
 quietly() {
     "$@" >log 2>&1 || { cat log >&2; echo "FAILED: $*" >&2; exit 1; }
 }
 
-# consumer NAME ARGUMENT: configures, builds and runs the consumer project.
+fails() {
+    if "$@" >log 2>&1; then
+        echo "FAILED to fail: $*" >&2
+        exit 1
+    fi
+}
+
+# consumer NAME LANGUAGES ARGUMENT...: configures, builds and runs the consumer project.
 consumer() {
-    quietly cmake -S "$source/tests/consumers" -B "$1" "-DSNIPPETS=$work" "$2"
-    quietly cmake --build "$1"
-    quietly ctest --test-dir "$1" --no-tests=error
+    name=$1 languages=$2
+    shift 2
+    quietly cmake -S "$source/tests/consumers" -B "$name" "-DPROGRAMS=$work" \
+        "-DLANGUAGES=$languages" "$@"
+    quietly cmake --build "$name"
+    quietly ctest --test-dir "$name" --no-tests=error
 }
 
-# by_pkg_config PACKAGE SOURCE: compiles and runs one file.
-by_pkg_config() {
-    # shellcheck disable=SC2046 # One argument for each flag.
-    quietly "${CC:-cc}" -std=c99 -g -Wall -Wextra -Wpedantic -Werror "$2" \
-        $(pkg-config --cflags --libs "$1") -o "$1.program"
-    quietly "./$1.program"
-}
-
-consumer subdirectory "-DSUBDIRECTORY=$source"
-consumer fetched "-DFETCHED=$source"
-for shared in OFF ON; do
-    quietly cmake -S "$source" -B build -DCMAKE_BUILD_TYPE=Release "-DBUILD_SHARED_LIBS=$shared" \
-        -DQV_BASE_TESTS=OFF -DQV_BASE_EXAMPLES=OFF -DCMAKE_INSTALL_LIBDIR=lib
-    quietly cmake --build build
+# install_as NAME ARGUMENT...: builds and installs the library into the folder prefix.
+install_as() {
+    name=$1
+    shift
+    quietly cmake -S "$source" -B "$name" -DCMAKE_BUILD_TYPE=Release -DQV_BASE_TESTS=OFF \
+        -DQV_BASE_EXAMPLES=OFF -DCMAKE_INSTALL_LIBDIR=lib "-DCMAKE_INSTALL_PREFIX=$work/prefix" "$@"
+    quietly cmake --build "$name"
+    [ -z "$(find "$name/include" -type l)" ]
     rm -rf prefix moved
-    quietly cmake --install build --prefix "$work/prefix"
-    mv prefix moved
-    consumer "package-$shared" "-DCMAKE_PREFIX_PATH=$work/moved"
+    quietly cmake --install "$name"
+}
 
-    export PKG_CONFIG_PATH="$work/moved/lib/pkgconfig" LD_LIBRARY_PATH="$work/moved/lib"
-    by_pkg_config qv_base program.c
-    by_pkg_config qv_base_core "$source/examples/static_arena.c"
+# by_pkg_config FOLDER PACKAGE SOURCE: compiles and runs one file.
+by_pkg_config() {
+    export PKG_CONFIG_PATH="$1/pkgconfig" LD_LIBRARY_PATH="$1"
+    # shellcheck disable=SC2046 # One argument for each flag.
+    quietly "${CC:-cc}" -std=c99 -g -Wall -Wextra -Wpedantic -Werror "$3" \
+        $(pkg-config --cflags --libs "$2") -o "$2.program"
+    quietly "./$2.program"
+}
+
+# The source: in a project in C and C++, with a plugin, and in others in C alone.
+consumer subdirectory 'C;CXX' "-DSUBDIRECTORY=$source" -DCMAKE_POSITION_INDEPENDENT_CODE=ON
+mkdir copy
+cp -R "$source/CMakeLists.txt" "$source/cmake" "$source/src" "$source/platform" copy
+consumer shared C "-DSUBDIRECTORY=$work/copy" -DBUILD_SHARED_LIBS=ON
+git -c init.defaultBranch=main init -q copy
+git -C copy add -A
+git -C copy -c user.name=test -c user.email=test@example.org commit -q -m copy
+sed "s|/path/to/qv_btree|$work/copy|" "$snippets/snippet_4.cmake" >fetch.cmake
+consumer fetched C "-DSNIPPET=$work/fetch.cmake"
+echo '#error edited' >>copy/src/base/qv_btree.h
+fails cmake --build shared
+grep -q 'error.*edited' log
+
+# The files of src/base alone, with a program's own memory functions.
+mkdir -p copied/qv
+cp -R "$source/src/base" copied/qv/base
+"${CXX:-c++}" -std=c++11 -c copied/qv/base/qv_btree.cpp -o copied.o
+quietly "${CC:-cc}" -std=c99 -Icopied "$source/examples/static_arena.c" copied.o -o copied.program
+quietly ./copied.program
+
+# Installed: with an absolute folder; and static and shared, elsewhere than configured.
+install_as build-absolute "-DCMAKE_INSTALL_LIBDIR=$work/absolute"
+consumer package-absolute C "-DSNIPPET=$snippets/snippet_3.cmake" \
+    "-DCMAKE_PREFIX_PATH=$work/absolute/cmake"
+by_pkg_config "$work/absolute" qv_base program.c
+headers=include/x
+for shared in OFF ON; do
+    install_as "build-$shared" "-DBUILD_SHARED_LIBS=$shared" "-DCMAKE_INSTALL_INCLUDEDIR=$headers"
+    mv prefix moved
+    consumer "package-$shared" 'C;CXX' "-DSNIPPET=$snippets/snippet_3.cmake" \
+        "-DCMAKE_PREFIX_PATH=$work/moved"
+    by_pkg_config "$work/moved/lib" qv_base program.c
+    by_pkg_config "$work/moved/lib" qv_base_core "$source/examples/static_arena.c"
+    headers=$work/headers
 done
 
 grep '^(gdb) set' "$source/README.md" | sed 's/^(gdb) //' >commands
@@ -51,11 +98,18 @@ grep '^$1 = \|^3 entries' "$source/README.md" | while read -r line; do
     grep -qF -- "$line" log || { cat log; exit 1; }
 done
 
-nm -D --defined-only moved/lib/libqv_base.so | sed 's/.* //' | sort >exported
-grep -o 'qv_btree_[a-z_]*(' "$source/src/base/qv_btree.h" | tr -d '(' | sort -u >public
-diff public exported
+# The shared library exports the functions of the header under the version of its interface, calls
+# none of them through the linkage table, and needs the C library alone.
+library=moved/lib/libqv_base.so
 version=$(sed -n 's/#define QV_BASE_VERSION_[A-Z]* \([0-9]*\) .*/\1/p' "$source/src/base/qv_version.h" | paste -sd.)
+grep -o 'qv_btree_[a-z_]*(' "$source/src/base/qv_btree.h" | tr '(' '@' | sort -u |
+    sed "s/$/@QV_BASE_${version%%.*}/" >public
+nm -D --defined-only "$library" | grep -o 'qv_btree_.*\|HAL_.*' | sort >exported
+diff public exported
+objdump -d "$library" >code
+fails grep 'qv_btree_.*@plt' code
+[ "$(objdump -p "$library" | grep -c NEEDED)" -eq 1 ]
 [ "$(pkg-config --modversion qv_base)" = "$version" ]
 [ -e "moved/lib/libqv_base.so.$version" ]
 grep -q "^## $version" "$source/CHANGELOG.md"
-echo "installed, moved, found and used"
+echo "taken in, installed, moved, found and used"
