@@ -2,6 +2,7 @@
 """Writes the measured part of docs/performance.md, and its plots, from the benchmark's JSON.
 
 Usage: report.py PERFORMANCE.MD IMAGE_FOLDER JSON...
+       report.py --print JSON      as text, for a terminal
 
 The tables hold ratios (ours / peer) of medians over the repetitions; the plots, drawn by gnuplot,
 nanoseconds for each entry against the number of entries, for boxed keys in random order.
@@ -107,7 +108,25 @@ def plot(results, folder):
         subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
+def print_tables(results):
+    for (keys, order), operations in sorted(results.items()):
+        for size in sorted(operations["find"]):
+            peers = sorted(operations["find"][size], key=lambda peer: (peer != OURS, peer))
+            print(f"\n{keys.capitalize()} keys, {order} order, {size:,} entries: nanoseconds for each "
+                  f"entry (ours / peer)\n")
+            print(" " * 12 + "".join(f"{peer:>20}" for peer in peers))
+            for name in OPERATIONS:
+                by_peer = operations[name][size]
+                cells = [f"{by_peer[OURS]:.0f}"] + [
+                    f"{by_peer[peer]:.0f}  ({by_peer[OURS] / by_peer[peer]:.2f})"
+                    if peer in by_peer else "–" for peer in peers[1:]]
+                print(f"{name:12}" + "".join(f"{cell:>20}" for cell in cells))
+
+
 def main():
+    if sys.argv[1] == "--print":
+        print_tables(read(sys.argv[2:])[0])
+        return
     page, folder, *files = sys.argv[1:]
     results, context = read(files)
     with open(page, encoding="utf-8") as stream:

@@ -72,7 +72,7 @@ grep -q 'error.*edited' log
 mkdir -p copied/qv
 cp -R "$source/src/base" copied/qv/base
 "${CXX:-c++}" -std=c++11 -c copied/qv/base/qv_btree.cpp -o copied.o
-quietly "${CC:-cc}" -std=c99 -Icopied "$source/examples/static_arena.c" copied.o -o copied.program
+quietly "${CC:-cc}" -std=c99 -Icopied "$source/examples/static_pool.c" copied.o -o copied.program
 quietly ./copied.program
 
 # Installed: with an absolute folder; and static and shared, elsewhere than configured.
@@ -87,7 +87,7 @@ for shared in OFF ON; do
     consumer "package-$shared" 'C;CXX' "-DSNIPPET=$snippets/snippet_3.cmake" \
         "-DCMAKE_PREFIX_PATH=$work/moved"
     by_pkg_config "$work/moved/lib" qv_base program.c
-    by_pkg_config "$work/moved/lib" qv_base_core "$source/examples/static_arena.c"
+    by_pkg_config "$work/moved/lib" qv_base_core "$source/examples/static_pool.c"
     headers=$work/headers
 done
 

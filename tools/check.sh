@@ -1,27 +1,29 @@
 #!/bin/sh
-# Format, static analysis, headers on their own, and the tests under sanitizers and Valgrind. Called by
-# ./dev check, which installs and builds what this needs, and goes on with coverage.
+# Format, static analysis, headers on their own, and the tests under ThreadSanitizer and Valgrind.
+# Called by ./dev check, which installs and builds what this needs, and goes on with coverage.
 set -eu
 cd "$(dirname "$0")/.."
-sources=$(git ls-files -- '*.cpp' '*.h')
+sources=$(find src platform examples tests fuzz bench tools -name '*.c' -o -name '*.cpp' -o -name '*.h')
 warnings='-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror'
 
 echo "== format"
-# shellcheck disable=SC2086 # One argument for each file, here and below.
+# shellcheck disable=SC2086 # One argument for each file or flag, here and below.
 clang-format --dry-run -Werror $sources
 
 echo "== clang-tidy"
 # The benchmark library's own headers leak as the analyzer sees it.
 tidy='clang-tidy --quiet --warnings-as-errors=*'
 {
-    for file in $(git ls-files -- 'src/*.cpp' 'platform/*.cpp' 'examples/*.cpp' 'tests/*.cpp'); do
+    for file in $(find src platform examples tests fuzz -name '*.cpp'); do
         echo "$tidy -p build/release $file"
     done
-    for file in $(git ls-files -- 'bench/*.cpp'); do
+    for file in bench/*.cpp; do
         echo "$tidy -p build/bench --checks=-clang-analyzer-cplusplus.NewDeleteLeaks $file"
     done
-    echo "$tidy -p build/release fuzz/btree_fuzz.cpp"
-} | grep -v consumers | xargs -P 2 -I {} sh -c '{} 2>/dev/null'
+    for file in tools/*.cpp; do
+        echo "$tidy $file -- -std=c++17 -Isrc/base"
+    done
+} | xargs -P 2 -I {} sh -c '{} 2>/dev/null'
 
 echo "== cppcheck"
 # useStlAlgorithm: a plain loop is often the clearer one. constStatement: does not know templates.
@@ -31,8 +33,8 @@ echo "== cppcheck"
 # shellcheck disable=SC2046
 cppcheck --quiet --error-exitcode=1 --enable=warning,style,performance,portability --std=c++17 \
     --language=c++ --library=googletest --suppress=useStlAlgorithm --suppress=constStatement \
-    --suppress=constParameter --suppress=variableScope --suppress=unusedStructMember -Isrc/base -Itests -Itools \
-    $(git ls-files -- '*.cpp')
+    --suppress=constParameter --suppress=variableScope --suppress=unusedStructMember -Isrc/base -Itests \
+    $(echo "$sources" | grep 'cpp$')
 
 echo "== gcc -fanalyzer"
 for file in src/base/qv_btree.cpp platform/std/hal_memory.cpp; do
@@ -41,8 +43,7 @@ for file in src/base/qv_btree.cpp platform/std/hal_memory.cpp; do
 done
 
 echo "== every header alone, twice in one file; the library in every language version"
-for header in basictypes.h qv_btree.h qv_memory.h qv_version.h hal/hal_memory.h; do
-    [ -f "src/base/$header" ] || continue
+for header in $(cd src/base && find . -name '*.h'); do
     twice=$(printf '#include "%s"\n#include "%s"\ntypedef int not_empty;\n' "$header" "$header")
     for standard in c99 c11; do
         for compiler in gcc clang; do
@@ -68,8 +69,11 @@ for standard in c++11 c++14 c++17 c++20; do
     done
 done
 
-echo "== sanitizers"
-ctest --preset sanitize
+echo "== the library from a C++ compiler without its library"
+g++ -std=c++11 -nostdinc++ -ffreestanding $warnings -Wold-style-cast -O2 -Isrc/base \
+    -c src/base/qv_btree.cpp -o /dev/null
+
+echo "== ThreadSanitizer"
 ctest --preset threads
 
 echo "== Valgrind"

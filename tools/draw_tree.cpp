@@ -1,6 +1,7 @@
 // Draws a small map with its threads as SVG, from the records of a real one.
 
 #include <cstdio>
+#include <initializer_list>
 
 #include "qv_btree.cpp"
 

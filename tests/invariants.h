@@ -1,7 +1,7 @@
 // Checks a map against the invariants numbered in qv_btree.cpp, which must be included before this
 // header, for the records.
-#ifndef QV_TOOLS_INVARIANTS_H
-#define QV_TOOLS_INVARIANTS_H
+#ifndef QV_TESTS_INVARIANTS_H
+#define QV_TESTS_INVARIANTS_H
 
 #include <algorithm>
 #include <cstdlib>
@@ -56,4 +56,4 @@ private:
     const char* broken_ = "";
 };
 
-#endif  // QV_TOOLS_INVARIANTS_H
+#endif  // QV_TESTS_INVARIANTS_H
