@@ -69,6 +69,7 @@ on_board() {
     mkdir -p "$build/$board/qv"
     cd "$build/$board"
     cp -R "$source/src/base" qv/base
+    cp "$source"/examples/boards/*.ld .
     # shellcheck disable=SC2086 # One argument for each flag.
     {
         "$prefix-g++" $flags $warnings -Wold-style-cast -std=c++11 -ffreestanding -fno-exceptions \
@@ -90,7 +91,7 @@ g++ -std=c++11 -O2 -c src/base/qv_btree.cpp -o "$build/here/qv_btree.o"
 gcc -std=c99 "-I$build/here" examples/static_pool.c "$build/here/qv_btree.o" -o "$build/here/program"
 "$build/here/program" >"$build/expected"
 on_board microbit arm-none-eabi '-mcpu=cortex-m0 -mthumb' \
-    "--specs=nano.specs --specs=nosys.specs -nostartfiles -T $source/examples/boards/microbit.ld" \
+    "--specs=nano.specs --specs=nosys.specs -nostartfiles -T microbit.ld" \
     qemu-system-arm -M microbit -nographic -semihosting-config enable=on,target=native -kernel
 on_board atmega328p avr -mmcu=atmega328p '' simavr -m atmega328p -f 16000000
 
