@@ -10,10 +10,11 @@
 //   4. nnodes is the number of nodes reachable from root.
 //   5. An entry stays in its node: no operation moves a key or a value from one node to another.
 //
-// Nodes have no parent pointers. What must go back up the tree finds the way in the path of the
-// search before it: path[0] is NULL, standing for the parent of the root, and path[n] is the node
-// at level n, the root being level 1. Insertion lets no entry lie below level QV_BTREE_MAX_LEVELS,
-// so a path has room for every ancestor of every node, and nothing else needs to look at its end.
+// Nodes have no parent pointers. Insertion and removal must go back up the tree, so they record the
+// ancestors in a path on their way down: path[0] is NULL, standing for the parent of the root, and
+// path[n] is the node at level n, the root being level 1. Insertion lets no entry lie below level
+// QV_BTREE_MAX_LEVELS, so a path has room for every ancestor of every node, and nothing else needs
+// to look for its end.
 
 #include "qv_btree.h"
 
@@ -22,28 +23,31 @@
 #include "qv_memory.h"
 
 struct qv_btree_node_s {
-    void* key;
-    void* value;
-    qv_btree_node_t* left;
-    qv_btree_node_t* right;
-    int8_t balance;
-    uint8_t left_child;
-    uint8_t right_child;
+    void* key;               // as stored; only callbacks dereference it
+    void* value;             // as stored; only callbacks dereference it
+    qv_btree_node_t* left;   // root of the left subtree, or thread to the predecessor
+    qv_btree_node_t* right;  // root of the right subtree, or thread to the successor
+    int8_t balance;          // height of the right subtree minus height of the left one
+    uint8_t left_child;      // 1: left is a child. 0: left is a thread, NULL in the first node
+    uint8_t right_child;     // 1: right is a child. 0: right is a thread, NULL in the last node
 };
 
 struct qv_btree_s {
-    qv_btree_node_t* root;
-    qv_comparator_pt key_compare;
-    qv_dtor_pt key_dtor;
-    qv_dtor_pt value_dtor;
-    size_t nnodes;
+    qv_btree_node_t* root;         // NULL when the map is empty
+    qv_comparator_pt key_compare;  // orders the keys; never NULL
+    qv_dtor_pt key_dtor;           // releases a stored key; NULL when keys stay the caller's
+    qv_dtor_pt value_dtor;         // releases a stored value; NULL when values stay the caller's
+    size_t nnodes;                 // number of entries
 };
 
-// An AVL tree of 41 levels holds at least 433,494,436 entries.
+// An insertion below this level is refused. The sparsest tree of 40 levels has 267,914,295 entries:
+// that is the smallest map to which it can happen, and only if the map was built in the worst
+// order.
 constexpr size_t QV_BTREE_MAX_LEVELS = 40;
 
-// Up to this many entries a search loses more by mispredicted turns than by waiting for memory. A
-// platform that predicts none may set 0, and saves the code for it.
+// Up to this many entries a search takes more time for mispredicted turns than for waiting on
+// memory. A platform that predicts no turns may set 0, and saves the code of one of the two
+// searches.
 #ifndef QV_BTREE_SMALL_MAP
 #define QV_BTREE_SMALL_MAP 4096
 #endif
@@ -86,6 +90,8 @@ qv_btree_node_t* qv_btree_next_node(qv_btree_node_t* node) {
     assert(node != nullptr);
     qv_btree_node_t* tmp = node->right;
     if (node->right_child != 0) {
+        // A walk comes back to every node on this way down, and turns right there. What lies to the
+        // right is fetched now, while the walk is busy with the smaller keys.
         qv_btree_prefetch(tmp->right);
         while (tmp->left_child != 0) {
             tmp = tmp->left;
@@ -117,12 +123,19 @@ void* qv_btree_node_value(qv_btree_node_t* node) {
 // Search
 
 // Where a search ended: at a node with an equal key, or at one whose link on the key's side is a
-// thread. path holds the ancestors of node, and idx is its level.
-struct qv_btree_position_t {
-    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
-    size_t idx;
+// thread. In an empty map it ends at NULL, on level 0.
+struct qv_btree_place_t {
+    qv_btree_node_t** path;  // the ancestors of node, as far as the search recorded them
     qv_btree_node_t* node;
-    int32_t cmp;
+    size_t level;  // of node
+    int32_t cmp;   // the comparator's last answer, for the key and that of node
+};
+
+// What a search is for. All searches compare from the root downwards, with key first.
+enum class qv_btree_goal {
+    EQUAL,      // ends at an equal key
+    LOW_BOUND,  // at an equal key goes on to the left, as at any larger key
+    ASCENDING,  // EQUAL, for one of many keys in ascending order: each takes much the same way
 };
 
 // Takes if_left for a mask of zeros and if_right for one of ones: by arithmetic, so that no
@@ -137,122 +150,150 @@ static inline T* qv_btree_select(uintptr_t mask, T* if_left, T* if_right) {
                                                 reinterpret_cast<uintptr_t>(if_right)));
 }
 
-// The one descent behind every search. In a map with entries it calls key_compare with key first,
-// from the root to the end that qv_btree_position_t describes. Unless it is to stop at an equal
-// key, it passes it by on the left. A way that is predictable, much the same each time, is left to
-// the branch predictor, whatever the size of the map.
-static inline void qv_btree_search(const qv_btree_t* t, const void* key,
-                                   qv_comparator_pt key_compare, bool stop_at_equal,
-                                   bool predictable, qv_btree_position_t* end) {
+// For nodes that the cache holds. A mispredicted turn would cost more than anything else there, so
+// every turn is taken without a branch.
+static inline qv_btree_place_t qv_btree_search_in_cache(const qv_btree_t* t, const void* key,
+                                                        qv_comparator_pt key_compare,
+                                                        qv_btree_goal goal,
+                                                        qv_btree_node_t** path) {
     qv_btree_node_t* node = t->root;
-    size_t idx = 1;
-    int32_t cmp = 0;
-    end->path[0] = nullptr;
-    if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP && !predictable) {
-        void* node_key = node->key;
-        for (;;) {
-            // Loaded while the comparator is busy, so that the next comparison only waits for the
-            // choice between the two.
-            void* const left_key = qv_btree_node_key(node->left);
-            void* const right_key = qv_btree_node_key(node->right);
-            cmp = key_compare(key, node_key);
-            const uintptr_t mask = uintptr_t{0} - static_cast<uintptr_t>(cmp > 0);
-            const bool ends = qv_btree_select(mask, node->left_child, node->right_child) == 0;
-            if (ends || (cmp == 0 && stop_at_equal)) {
-                break;
-            }
-            end->path[idx++] = node;
-            node_key = qv_btree_select(mask, left_key, right_key);
-            node = qv_btree_select(mask, node->left, node->right);
+    void* node_key = node->key;
+    for (size_t level = 1;; ++level) {
+        // Both keys that may come next are loaded while the comparator is busy, so that the next
+        // comparison only waits for the choice between them. A link may be a thread or NULL: the
+        // search ends there, and what was loaded through it is not used.
+        void* const left_key = qv_btree_node_key(node->left);
+        void* const right_key = qv_btree_node_key(node->right);
+        const int32_t cmp = key_compare(key, node_key);
+        const uintptr_t mask = uintptr_t{0} - static_cast<uintptr_t>(cmp > 0);
+        const bool is_child = qv_btree_select(mask, node->left_child, node->right_child) != 0;
+        if (!is_child || (cmp == 0 && goal != qv_btree_goal::LOW_BOUND)) {
+            return {path, node, level, cmp};
         }
-    } else {
-        for (;;) {
-            // Both ways, while the comparator is busy: a guess at one is wrong half of the time.
-            qv_btree_prefetch(node->left);
-            qv_btree_prefetch(node->right);
-            cmp = key_compare(key, node->key);
-            if (cmp > 0) {
-                if (node->right_child == 0) {
-                    break;
-                }
-                end->path[idx++] = node;
-                node = node->right;
-            } else if (cmp < 0 || !stop_at_equal) {
-                if (node->left_child == 0) {
-                    break;
-                }
-                end->path[idx++] = node;
-                node = node->left;
-            } else {
-                break;
-            }
+        if (path != nullptr) {
+            path[level] = node;
         }
+        node_key = qv_btree_select(mask, left_key, right_key);
+        node = qv_btree_select(mask, node->left, node->right);
     }
-    end->idx = idx;
-    end->node = node;
-    end->cmp = cmp;
+}
+
+// For nodes that have to come from memory, and for turns that the processor can predict. Fetches
+// both nodes that may come next while the comparator is busy, and leaves the turn to a branch.
+static inline qv_btree_place_t qv_btree_search_in_memory(const qv_btree_t* t, const void* key,
+                                                         qv_comparator_pt key_compare,
+                                                         qv_btree_goal goal,
+                                                         qv_btree_node_t** path) {
+    qv_btree_node_t* node = t->root;
+    for (size_t level = 1;; ++level) {
+        qv_btree_prefetch(node->left);
+        qv_btree_prefetch(node->right);
+        const int32_t cmp = key_compare(key, node->key);
+        const bool is_child = (cmp > 0 ? node->right_child : node->left_child) != 0;
+        if (!is_child || (cmp == 0 && goal != qv_btree_goal::LOW_BOUND)) {
+            return {path, node, level, cmp};
+        }
+        if (path != nullptr) {
+            path[level] = node;
+        }
+        node = cmp > 0 ? node->right : node->left;
+    }
+}
+
+// Searches, and records the ancestors of the end in path. A lookup, which does not go back up,
+// passes NULL for path and takes no memory for one.
+static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* key,
+                                               qv_comparator_pt key_compare, qv_btree_goal goal,
+                                               qv_btree_node_t** path) {
+    if (path != nullptr) {
+        path[0] = nullptr;
+    }
+    if (t->root == nullptr) {
+        return {path, nullptr, 0, 0};
+    }
+    if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP &&
+        goal != qv_btree_goal::ASCENDING) {
+        return qv_btree_search_in_cache(t, key, key_compare, goal, path);
+    }
+    return qv_btree_search_in_memory(t, key, key_compare, goal, path);
 }
 
 // ---------------------------------------------------------------------------------------------
 // Rebalancing
-//
-// The two rotations undo each other. They return the subtree's new root, for the caller to hang
-// where the old one hung:
-//
-//        x                              y
-//       / \      rotate_left(x)        / \         .
-//      a   y     -------------->      x   c
-//         / \    <--------------     / \           .
-//        b   c   rotate_right(y)    a   b
-//
-// Without the inner subtree b, the link in its place is a thread between the same two nodes, which
-// turns around with them (dotted):
-//
-//        x                              y
-//       / \      rotate_left(x)        / \         .
-//      a   y     -------------->      x   c
-//         : \    <--------------     / :
-//    x <..:  c   rotate_right(y)    a  :..> y
-//
-// The new balances of rotate_left follow from the old ones. With a, b and c for the heights, let
-// A = 1 + max(b, c) - a be the old balance of x, at least 1, and B = c - b that of y. As
-// max(b, c) = b + max(B, 0), the new balances are
-//
-//     x:  b - a              =  A - 1 - max(B, 0)
-//     y:  c - 1 - max(a, b)  =  min(c - a - 1, B - 1)  =  min(A - 2, B - 1)
-//
-// where for B >= 0, c - a is A - 1; and for B < 0, A >= 1 and with it a <= b make B - 1 the smaller
-// term on both sides. rotate_right is the mirror image: signs change, min and max change places.
 
-static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* node) {
-    qv_btree_node_t* const right = node->right;
-    node->right = right->left_child != 0 ? right->left : right;
-    node->right_child = right->left_child;
-    right->left = node;
-    right->left_child = 1;
+/*
+ * The two rotations undo each other. Each returns the new root of the subtree, for the caller to
+ * hang where the old root hung:
+ *
+ *        x                              y
+ *       / \      rotate_left(x)        / \
+ *      a   y     -------------->      x   c
+ *         / \    <--------------     / \
+ *        b   c   rotate_right(y)    a   b
+ *
+ * Without the inner subtree b, the link in its place is a thread between x and y, which turns
+ * around with them:
+ *
+ *        x                              y
+ *       / \      rotate_left(x)        / \
+ *      a   y     -------------->      x   c
+ *         : \    <--------------     / :
+ *    x <..:  c   rotate_right(y)    a  :..> y
+ *
+ * The new balances follow from the old ones. Let a, b and c be the heights of the subtrees. Before
+ * rotate_left, with max(b, c) = b + max(y_balance, 0),
+ *
+ *     y_balance = c - b
+ *     x_balance = 1 + max(b, c) - a, which is at least 1
+ *
+ * and after it
+ *
+ *     x->balance = b - a              =  x_balance - 1 - max(y_balance, 0)
+ *     y->balance = c - 1 - max(a, b)  =  min(c - a - 1, y_balance - 1)
+ *                                     =  min(x_balance - 2, y_balance - 1)
+ *
+ * The last step: where y_balance >= 0, c is max(b, c), so c - a is x_balance - 1. Where
+ * y_balance < 0, both minima are y_balance - 1: x_balance = 1 + b - a is at least 1, so that a <= b
+ * and max(a, b) is b. rotate_right is the mirror image: signs change, min and max change places.
+ */
 
-    const int8_t a_bal = node->balance;
-    const int8_t b_bal = right->balance;
-    node->balance = static_cast<int8_t>(a_bal - 1 - (b_bal > 0 ? b_bal : 0));
-    right->balance = static_cast<int8_t>(a_bal - 2 < b_bal - 1 ? a_bal - 2 : b_bal - 1);
-    return right;
+static inline int qv_btree_min(int a, int b) {
+    return a < b ? a : b;
 }
 
-static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* node) {
-    qv_btree_node_t* const left = node->left;
-    node->left = left->right_child != 0 ? left->right : left;
-    node->left_child = left->right_child;
-    left->right = node;
-    left->right_child = 1;
-
-    const int8_t a_bal = node->balance;
-    const int8_t b_bal = left->balance;
-    node->balance = static_cast<int8_t>(a_bal + 1 - (b_bal < 0 ? b_bal : 0));
-    left->balance = static_cast<int8_t>(a_bal + 2 > b_bal + 1 ? a_bal + 2 : b_bal + 1);
-    return left;
+static inline int qv_btree_max(int a, int b) {
+    return a > b ? a : b;
 }
 
-// Brings a node of balance -2 or +2 back into bounds. A child that leans the other way is turned
+static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* x) {
+    qv_btree_node_t* const y = x->right;
+    x->right = y->left_child != 0 ? y->left : y;
+    x->right_child = y->left_child;
+    y->left = x;
+    y->left_child = 1;
+
+    const int8_t x_balance = x->balance;
+    const int8_t y_balance = y->balance;
+    x->balance = static_cast<int8_t>(x_balance - 1 - qv_btree_max(y_balance, 0));
+    y->balance = static_cast<int8_t>(qv_btree_min(x_balance - 2, y_balance - 1));
+    return y;
+}
+
+static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* y) {
+    qv_btree_node_t* const x = y->left;
+    y->left = x->right_child != 0 ? x->right : x;
+    y->left_child = x->right_child;
+    x->right = y;
+    x->right_child = 1;
+
+    const int8_t y_balance = y->balance;
+    const int8_t x_balance = x->balance;
+    y->balance = static_cast<int8_t>(y_balance + 1 - qv_btree_min(x_balance, 0));
+    x->balance = static_cast<int8_t>(qv_btree_max(y_balance + 2, x_balance + 1));
+    return x;
+}
+
+// Brings a node of balance -2 or +2 back into bounds. A child that leans the other way is rotated
 // first; one of balance 0, which only a removal can meet, must not be.
 static qv_btree_node_t* qv_btree_node_balance(qv_btree_node_t* node) {
     if (node->balance < 0) {
@@ -267,6 +308,13 @@ static qv_btree_node_t* qv_btree_node_balance(qv_btree_node_t* node) {
     return qv_btree_node_rotate_left(node);
 }
 
+// Tells whether node, a child of parent or the root, is a left child. The link needs no look at its
+// flag: a left thread of parent leads to a node outside its subtree, which node is not.
+static inline bool qv_btree_is_left_node(const qv_btree_node_t* parent,
+                                         const qv_btree_node_t* node) {
+    return parent != nullptr && parent->left == node;
+}
+
 // Hangs subtree on the left or right of parent, or makes it the whole tree when parent is NULL.
 static void qv_btree_relink(qv_btree_t* t, qv_btree_node_t* parent, bool left_node,
                             qv_btree_node_t* subtree) {
@@ -279,32 +327,38 @@ static void qv_btree_relink(qv_btree_t* t, qv_btree_node_t* parent, bool left_no
     }
 }
 
-// Takes a change of height on one side of parent into its balance.
-static void qv_btree_node_lean(qv_btree_node_t* parent, bool left_node, bool grown) {
-    if (left_node == grown) {
+// How the height of a subtree has changed: by one level.
+enum class qv_btree_change { GROWN, SHRUNK };
+
+// Updates the balance of parent after a change in its left or right subtree.
+static void qv_btree_node_lean(qv_btree_node_t* parent, bool left_node, qv_btree_change change) {
+    if (left_node == (change == qv_btree_change::GROWN)) {
         --parent->balance;
     } else {
         ++parent->balance;
     }
 }
 
-// Balances the tree upwards from path[idx], below which a subtree has grown or shrunk by one level,
-// and whose balance says so already. Ends at the first subtree whose own height stays the same.
-static void qv_btree_rebalance(qv_btree_t* t, qv_btree_node_t* const* path, size_t idx,
-                               bool grown) {
-    qv_btree_node_t* node = path[idx];
+// Balances the tree from path[level] upwards. One subtree of that node has changed, and the node's
+// balance says so already.
+static void qv_btree_rebalance(qv_btree_t* t, qv_btree_node_t* const* path, size_t level,
+                               qv_btree_change change) {
+    qv_btree_node_t* node = path[level];
     while (node != nullptr) {
-        qv_btree_node_t* const parent = path[--idx];
-        const bool left_node = parent != nullptr && parent->left == node;
+        qv_btree_node_t* const parent = path[--level];
+        const bool left_node = qv_btree_is_left_node(parent, node);
         if (node->balance < -1 || node->balance > 1) {
             node = qv_btree_node_balance(node);
             qv_btree_relink(t, parent, left_node, node);
         }
-        const bool height_changed = (node->balance != 0) == grown;
+        // Around a subtree that has grown, the whole is taller unless it ended even. Around one
+        // that has shrunk, the whole is shorter only if it ended even.
+        const bool ended_even = node->balance == 0;
+        const bool height_changed = ended_even == (change == qv_btree_change::SHRUNK);
         if (!height_changed || parent == nullptr) {
-            return;
+            return;  // Nothing above notices.
         }
-        qv_btree_node_lean(parent, left_node, grown);
+        qv_btree_node_lean(parent, left_node, change);
         node = parent;
     }
 }
@@ -345,84 +399,125 @@ static void qv_btree_node_destroy_entry(const qv_btree_t* t, const qv_btree_node
     }
 }
 
-// For predictable see qv_btree_search.
-static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool replace,
-                                     bool predictable) {
-    if (t == nullptr) {
-        return;
-    }
-    if (t->root == nullptr) {
-        t->root = qv_btree_node_new(key, value);
-        if (t->root != nullptr) {
-            ++t->nnodes;
-        }
-        return;
-    }
+#ifdef QV_BTREE_CHECKED
+#include <stdio.h>
+#include <stdlib.h>
 
-    qv_btree_position_t at;
-    qv_btree_search(t, key, t->key_compare, true, predictable, &at);
-    qv_btree_node_t* const node = at.node;
-    if (at.cmp == 0) {
+// Aborts unless the comparator says the opposite of cmp, its answer for key and other, when asked
+// the other way round.
+static void qv_btree_check_opposite(const qv_btree_t* t, const void* key, const void* other,
+                                    int32_t cmp) {
+    const int32_t opposite = t->key_compare(other, key);
+    if ((opposite < 0) != (cmp > 0) || (opposite > 0) != (cmp < 0)) {
+        fputs("qv_btree: the comparator contradicts itself, or a stored key was changed\n", stderr);
+        abort();
+    }
+}
+
+// Checks the answers at the end of an insertion's search. A key that was changed while it was
+// stored leads a search astray, to its own neighbour: so the two entries on each side are checked
+// as well.
+static void qv_btree_check_end(const qv_btree_t* t, const void* key, const qv_btree_place_t& end) {
+    qv_btree_check_opposite(t, key, end.node->key, end.cmp);
+    qv_btree_node_t* node = end.node;
+    for (int i = 0; i < 2 && qv_btree_node_previous(node) != nullptr; ++i) {
+        node = qv_btree_node_previous(node);
+    }
+    for (int i = 0; i < 4 && qv_btree_next_node(node) != nullptr; ++i) {
+        qv_btree_check_opposite(t, node->key, qv_btree_next_node(node)->key, -1);
+        node = qv_btree_next_node(node);
+    }
+}
+#endif
+
+// Stores an entry where the search for its key ended.
+static inline void qv_btree_insert_at(qv_btree_t* t, const qv_btree_place_t& end, void* key,
+                                      void* value, bool replace) {
+    qv_btree_node_t* const node = end.node;
+#ifdef QV_BTREE_CHECKED
+    if (node != nullptr) {
+        qv_btree_check_end(t, key, end);
+    }
+#endif
+    if (node != nullptr && end.cmp == 0) {
         qv_btree_node_overwrite(t, node, key, value, replace);
         return;
     }
-    if (at.idx == QV_BTREE_MAX_LEVELS) {
+    if (end.level == QV_BTREE_MAX_LEVELS) {
         return;
     }
-
     qv_btree_node_t* const child = qv_btree_node_new(key, value);
     if (child == nullptr) {
         return;
     }
+    ++t->nnodes;
+    if (node == nullptr) {
+        t->root = child;
+        return;
+    }
     // The child takes over the thread that stood in its place; its other one leads to its parent.
-    const bool left_node = at.cmp < 0;
+    const bool left_node = end.cmp < 0;
     child->left = left_node ? node->left : node;
     child->right = left_node ? node : node->right;
     (left_node ? node->left : node->right) = child;
     (left_node ? node->left_child : node->right_child) = 1;
-    ++t->nnodes;
-    at.path[at.idx] = node;
-    qv_btree_node_lean(node, left_node, true);
-    qv_btree_rebalance(t, at.path, at.idx, true);
+    qv_btree_node_lean(node, left_node, qv_btree_change::GROWN);
+    // Not recorded by the search: at the lowest level the path has no room for the end itself.
+    end.path[end.level] = node;
+    qv_btree_rebalance(t, end.path, end.level, qv_btree_change::GROWN);
 }
 
-// Takes node, at level idx with its ancestors in path, out of the tree, its children and the
-// threads that lead to it. Returns the level from which to rebalance.
-static size_t qv_btree_node_unlink(qv_btree_t* t, qv_btree_node_t** path, size_t idx,
-                                   qv_btree_node_t* node) {
-    qv_btree_node_t* const parent = path[idx - 1];
-    const bool left_node = parent != nullptr && parent->left == node;
-
-    if (node->left_child != 0 && node->right_child != 0) {
-        // The successor, leftmost in the right subtree, takes the node's place.
-        const size_t old_idx = idx;
-        qv_btree_node_t* next = node->right;
-        while (next->left_child != 0) {
-            path[++idx] = next;
-            next = next->left;
-        }
-        qv_btree_node_previous(node)->right = next;
-        next->balance = node->balance;
-        if (idx == old_idx) {
-            // It is the right child itself and keeps its own right side, one level shorter.
-            qv_btree_node_lean(next, false, false);
-        } else {
-            qv_btree_node_t* const nextp = path[idx];
-            if (next->right_child != 0) {
-                nextp->left = next->right;
-            } else {
-                nextp->left_child = 0;  // The link still leads to next, now as a thread.
-            }
-            qv_btree_node_lean(nextp, true, false);
-            next->right_child = 1;
-            next->right = node->right;
-        }
-        next->left_child = 1;
-        next->left = node->left;
-        path[old_idx] = next;
-        qv_btree_relink(t, parent, left_node, next);
-        return idx;
+static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool replace) {
+    if (t == nullptr) {
+        return;
     }
+    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
+    qv_btree_insert_at(t, qv_btree_search(t, key, t->key_compare, qv_btree_goal::EQUAL, path), key,
+                       value, replace);
+}
+
+// Puts the successor of node in its place, where node has two children. Returns the level from
+// which to rebalance.
+static size_t qv_btree_node_replace_by_successor(qv_btree_t* t, const qv_btree_place_t& found) {
+    qv_btree_node_t** const path = found.path;
+    qv_btree_node_t* const node = found.node;
+    qv_btree_node_t* const parent = path[found.level - 1];
+
+    // The successor is the leftmost node of the right subtree.
+    size_t level = found.level;
+    qv_btree_node_t* next = node->right;
+    while (next->left_child != 0) {
+        path[++level] = next;
+        next = next->left;
+    }
+    path[found.level] = next;
+    qv_btree_node_previous(node)->right = next;
+    next->balance = node->balance;
+    if (level == found.level) {
+        --next->balance;  // As the right child itself it keeps its right subtree, one level lower.
+    } else {
+        qv_btree_node_t* const nextp = path[level];
+        if (next->right_child != 0) {
+            nextp->left = next->right;
+        } else {
+            nextp->left_child = 0;  // The link still leads to next, now as a thread.
+        }
+        ++nextp->balance;
+        next->right_child = 1;
+        next->right = node->right;
+    }
+    next->left_child = 1;
+    next->left = node->left;
+    qv_btree_relink(t, parent, qv_btree_is_left_node(parent, node), next);
+    return level;
+}
+
+// Takes a node with at most one child out of the tree: the child takes its place or, where there is
+// none, a thread. Returns the level from which to rebalance.
+static size_t qv_btree_node_unlink(qv_btree_t* t, const qv_btree_place_t& found) {
+    qv_btree_node_t* const node = found.node;
+    qv_btree_node_t* const parent = found.path[found.level - 1];
+    const bool left_node = qv_btree_is_left_node(parent, node);
 
     if (node->left_child != 0) {
         qv_btree_node_previous(node)->right = node->right;
@@ -438,26 +533,27 @@ static size_t qv_btree_node_unlink(qv_btree_t* t, qv_btree_node_t** path, size_t
         }
     }
     if (parent != nullptr) {
-        qv_btree_node_lean(parent, left_node, false);
+        qv_btree_node_lean(parent, left_node, qv_btree_change::SHRUNK);
     }
-    return idx - 1;
+    return found.level - 1;
 }
 
 static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
                                      qv_comparator_pt key_compare) {
-    if (t == nullptr || t->root == nullptr) {
+    if (t == nullptr) {
         return false;
     }
-    assert(key_compare != nullptr);
-
-    qv_btree_position_t at;
-    qv_btree_search(t, key, key_compare, true, false, &at);
-    if (at.cmp != 0) {
+    assert(key_compare != nullptr || t->root == nullptr);
+    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
+    const qv_btree_place_t found = qv_btree_search(t, key, key_compare, qv_btree_goal::EQUAL, path);
+    qv_btree_node_t* const node = found.node;
+    if (node == nullptr || found.cmp != 0) {
         return false;
     }
-    qv_btree_node_t* const node = at.node;
-    const size_t idx = qv_btree_node_unlink(t, at.path, at.idx, node);
-    qv_btree_rebalance(t, at.path, idx, false);
+    const bool two_children = node->left_child != 0 && node->right_child != 0;
+    const size_t level = two_children ? qv_btree_node_replace_by_successor(t, found)
+                                      : qv_btree_node_unlink(t, found);
+    qv_btree_rebalance(t, path, level, qv_btree_change::SHRUNK);
 
     if (!steal) {
         qv_btree_node_destroy_entry(t, node);
@@ -520,12 +616,12 @@ bool qv_btree_empty(const qv_btree_t* t) {
 // Lookup and visiting
 
 qv_btree_node_t* qv_btree_find_node(const qv_btree_t* t, const void* key) {
-    if (t == nullptr || t->root == nullptr) {
+    if (t == nullptr) {
         return nullptr;
     }
-    qv_btree_position_t at;
-    qv_btree_search(t, key, t->key_compare, true, false, &at);
-    return at.cmp == 0 ? at.node : nullptr;
+    const qv_btree_place_t end =
+        qv_btree_search(t, key, t->key_compare, qv_btree_goal::EQUAL, nullptr);
+    return end.cmp == 0 ? end.node : nullptr;
 }
 
 void* qv_btree_find(qv_btree_t* t, const void* key) {
@@ -541,13 +637,13 @@ void* qv_btree_first(qv_btree_t* t, void** key) {
 }
 
 void* qv_btree_low_bound(qv_btree_t* t, const void* key) {
-    if (t == nullptr || t->root == nullptr) {
+    if (t == nullptr) {
         return nullptr;
     }
-    qv_btree_position_t at;
-    qv_btree_search(t, key, t->key_compare, false, false, &at);
-    // A search that ends on its way to the right stands just below the key: the thread leads on.
-    return qv_btree_node_key(at.cmp > 0 ? at.node->right : at.node);
+    const qv_btree_place_t end =
+        qv_btree_search(t, key, t->key_compare, qv_btree_goal::LOW_BOUND, nullptr);
+    // A search that ends on its way to the right ends just below the key: the thread leads on.
+    return qv_btree_node_key(end.cmp > 0 ? end.node->right : end.node);
 }
 
 void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data) {
@@ -562,11 +658,11 @@ void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data) {
 // Insertion
 
 void qv_btree_insert(qv_btree_t* t, void* key, void* value) {
-    qv_btree_insert_internal(t, key, value, false, false);
+    qv_btree_insert_internal(t, key, value, /*replace=*/false);
 }
 
 void qv_btree_replace(qv_btree_t* t, void* key, void* value) {
-    qv_btree_insert_internal(t, key, value, true, false);
+    qv_btree_insert_internal(t, key, value, /*replace=*/true);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -577,7 +673,7 @@ bool qv_btree_remove(qv_btree_t* t, const void* key) {
 }
 
 bool qv_btree_remove_cmp(qv_btree_t* t, const void* key, qv_comparator_pt key_compare) {
-    return qv_btree_remove_internal(t, static_cast<const char*>(key), false, key_compare);
+    return qv_btree_remove_internal(t, static_cast<const char*>(key), /*steal=*/false, key_compare);
 }
 
 qv_btree_node_t* qv_btree_remove_node(qv_btree_t* t, qv_btree_node_t* node) {
@@ -611,6 +707,7 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key) {
 
 static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv_copy_pt key_copy,
                                    qv_copy_pt value_copy) {
+    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
     qv_btree_node_t* node = qv_btree_first_node(other);
     while (node != nullptr) {
         qv_btree_node_t* const next = qv_btree_next_node(node);
@@ -619,7 +716,9 @@ static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv
         }
         void* const key = key_copy != nullptr ? key_copy(node->key) : node->key;
         void* const value = value_copy != nullptr ? value_copy(node->value) : node->value;
-        qv_btree_insert_internal(tree, key, value, false, true);
+        const qv_btree_place_t end =
+            qv_btree_search(tree, key, tree->key_compare, qv_btree_goal::ASCENDING, path);
+        qv_btree_insert_at(tree, end, key, value, /*replace=*/false);
         node = next;
     }
 }

@@ -18,11 +18,13 @@
  */
 static inline void* qv_zalloc(size_t size) {
 #if SIZE_MAX > ULONG_MAX
-    /* HAL_Malloc could not be told of so large a size: where long has 32 bits and pointers 64. */
+    /* Where long has 32 bits and pointers 64, HAL_Malloc cannot be asked for this. */
     if (size > ULONG_MAX) {
         return NULL;
     }
 #endif
+    /* The mask changes no value: it shows the compiler that the value fits. A cast would do so too,
+     * but none compiles without a warning in both C and C++. */
     void* block = HAL_Malloc(size & ULONG_MAX);
     if (block != NULL) {
         memset(block, 0, size);
