@@ -1,73 +1,15 @@
-// A map whose every operation is checked against std::map: results, invariants, node identity, and
-// all that it calls. The including file supplies the map's source.
-//
-// Keys and values are integers in place of pointers. Callbacks and memory functions write one log:
-//
-//   c5,3  comparator (new or searched key, stored key)      m   allocation
-//   k5/1  v5/1  key, value destructor / size at the time    x   refused allocation
-//   K5  V5  copy function of keys, values
-//   f5/1  release of the node with key 5 / size at the time; of a map as of key 0
+// A map whose every operation is checked against std::map: its result, all that it calls, the
+// records, and the node that each entry is in. What is wrong is thrown as std::logic_error.
 #ifndef QV_TESTS_CHECKED_MAP_H
 #define QV_TESTS_CHECKED_MAP_H
 
-#include <cstring>
-#include <functional>
 #include <map>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
+#include "events.h"
 #include "invariants.h"
-
-using Int = std::intptr_t;
-
-inline std::string event_log;
-inline bool logs_comparisons = false;
-inline std::set<void*> live_blocks;
-inline int fail_in = 0;                 // The fail_in-th allocation from now on is refused.
-inline qv_btree_t* observed = nullptr;  // The map whose size is logged.
-inline std::function<void()> on_key_dtor = [] {};
-
-inline void* ptr(Int n) {
-    return reinterpret_cast<void*>(n);
-}
-
-inline Int num(const void* p) {
-    return reinterpret_cast<Int>(p);
-}
-
-inline std::string event(char what, const void* a, const char* more = "", Int b = -1) {
-    return what + std::to_string(num(a)) + more + (b < 0 ? "" : std::to_string(b)) + ' ';
-}
-
-inline void log_with_size(char what, const void* object) {
-    event_log += event(what, object, "/", static_cast<Int>(qv_btree_size(observed)));
-}
-
-inline int32_t compare(const void* a, const void* b) {
-    if (logs_comparisons) {
-        event_log += event('c', a, ",", num(b));
-    }
-    return num(a) < num(b) ? INT32_MIN : num(a) == num(b) ? 0 : 1;
-}
-
-inline void key_dtor(void* key) {
-    log_with_size('k', key);
-    on_key_dtor();
-}
-
-inline void value_dtor(void* value) {
-    log_with_size('v', value);
-}
-
-template <char what, Int shift>
-void* copy_of(void* object) {
-    event_log += event(what, object);
-    return ptr(num(object) + shift);
-}
-constexpr qv_copy_pt key_copy = copy_of<'K', 1000>;
-constexpr qv_copy_pt value_copy = copy_of<'V', 100>;
 
 inline void require(bool holds, const std::string& what) {
     if (!holds) {
@@ -75,27 +17,7 @@ inline void require(bool holds, const std::string& what) {
     }
 }
 
-void* HAL_Malloc(unsigned long size) {
-    const bool refused = fail_in > 0 && --fail_in == 0;
-    event_log += refused ? "x " : "m ";
-    return refused ? nullptr : std::memset(*live_blocks.insert(std::malloc(size)).first, 42, size);
-}
-
-void HAL_Free(void* ptr) {
-    log_with_size('f', static_cast<qv_btree_node_t*>(ptr)->key);
-    if (live_blocks.erase(ptr) == 0) {
-        std::abort();
-    }
-    std::free(ptr);
-}
-
-inline std::string events(const std::function<void()>& action, bool with_comparisons = true) {
-    event_log.clear();
-    logs_comparisons = with_comparisons;
-    action();
-    logs_comparisons = false;
-    return event_log;
-}
+enum class RemoveBy { NODE, KEY, COMPARATOR };
 
 class CheckedMap {
 public:
@@ -106,31 +28,19 @@ public:
         qv_btree_free(map);
     }
 
-    void store(Int key, Int value, bool replace) {
-        std::string expected = path_to(key);
-        const auto at = model.find(key);
-        if (at != model.end()) {
-            expected += sized('v', at->second.value) + sized('k', key);
-            at->second.value = value;
-        } else {
-            expected += added(key, value, fail_in == 1);
-        }
-        run(expected, [=] {
-            (replace ? qv_btree_replace : qv_btree_insert)(map, ptr(key), ptr(value));
-            return true;
-        });
-    }
+    void insert(Int key, Int value) { store("insert", key, value, qv_btree_insert); }
+    void replace(Int key, Int value) { store("replace", key, value, qv_btree_replace); }
 
-    void remove(Int key, unsigned way) {
+    void remove(Int key, RemoveBy by) {
         const auto at = model.equal_range(key);
         const bool present = at.first != at.second;
         auto* const node = present ? at.first->second.node : nullptr;
         auto* const next = present && at.second != model.end() ? at.second->second.node : nullptr;
-        const std::string path = way == 0 && !present ? "" : path_to(key);
-        run(path + erased(at.first, at.second), [=] {
-            return way == 0   ? qv_btree_remove_node(map, node) == next
-                   : way == 1 ? qv_btree_remove(map, ptr(key)) == present
-                              : qv_btree_remove_cmp(map, ptr(key), compare) == present;
+        const std::string search = present || by != RemoveBy::NODE ? search_for(key) : "";
+        run("remove " + std::to_string(key), search + erased(at.first, at.second), [=] {
+            return by == RemoveBy::NODE  ? qv_btree_remove_node(map, node) == next
+                   : by == RemoveBy::KEY ? qv_btree_remove(map, ptr(key)) == present
+                                         : qv_btree_remove_cmp(map, ptr(key), compare) == present;
         });
     }
 
@@ -140,12 +50,12 @@ public:
         while (present && model.begin()->first < key && model.begin()->first != 0) {
             expected += erased(model.begin(), std::next(model.begin()));
         }
-        const auto action = [=] { return qv_btree_remove_until(map, ptr(key)) == present; };
-        run(expected, action, false);
+        run_without_comparisons("remove until " + std::to_string(key), expected,
+                                [=] { return qv_btree_remove_until(map, ptr(key)) == present; });
     }
 
     void clear() {
-        run(erased(model.begin(), model.end()), [=] { return qv_btree_clear(map), true; });
+        run("clear", erased(model.begin(), model.end()), [=] { return qv_btree_clear(map), true; });
     }
 
     void assign(const CheckedMap& other, qv_copy_pt keys, qv_copy_pt values) {
@@ -154,17 +64,21 @@ public:
             expected = erased(model.begin(), model.end());
             expected += copied(other.model, keys, values, 0);
         }
-        const auto action = [&] { return qv_btree_assign(map, other.map, keys, values), true; };
-        run(expected, action, false);
+        run_without_comparisons("assign", expected, [&] {
+            return qv_btree_assign(map, other.map, keys, values), true;
+        });
     }
 
-    void become_copy(const CheckedMap& other, qv_copy_pt keys, qv_copy_pt values) {
-        if (fail_in == 1) {
-            return run("x ", [&] { return qv_btree_copy(other.map, keys, values) == nullptr; });
+    // Copies the other map, and becomes that copy.
+    void copy(const CheckedMap& other, qv_copy_pt keys, qv_copy_pt values) {
+        if (refuse_in == 1) {
+            return run("copy", "refuse; ",
+                       [&] { return qv_btree_copy(other.map, keys, values) == nullptr; });
         }
         const Model source = other.model;
-        const std::string old = erased(model.begin(), model.end()) + "f0/0 ";
-        const auto action = [&] {
+        const std::string end_of_old = erased(model.begin(), model.end()) + "release map; ";
+        const std::string expected = "allocate; " + copied(source, keys, values, 1) + end_of_old;
+        run_without_comparisons("copy", expected, [&] {
             qv_btree_t* const copy = qv_btree_copy(other.map, keys, values);
             const bool right = copy->key_dtor == (keys != nullptr ? key_dtor : nullptr) &&
                                copy->value_dtor == (values != nullptr ? value_dtor : nullptr);
@@ -172,17 +86,18 @@ public:
             copy->value_dtor = value_dtor;
             qv_btree_free(std::exchange(map, copy));
             return right;
-        };
-        run("m " + copied(source, keys, values, 1) + old, action, false);
+        });
     }
 
     void look_up(Int key) {
         const auto at = model.find(key);
         void* const value = at != model.end() ? ptr(at->second.value) : nullptr;
-        run(path_to(key), [=] { return qv_btree_find(map, ptr(key)) == value; });
+        run("find " + std::to_string(key), search_for(key),
+            [=] { return qv_btree_find(map, ptr(key)) == value; });
         const auto next = model.lower_bound(key);
         void* const bound = next != model.end() ? ptr(next->first) : nullptr;
-        run(path_to(key, true), [=] { return qv_btree_low_bound(map, ptr(key)) == bound; });
+        run("low bound " + std::to_string(key), search_for(key, qv_btree_goal::LOW_BOUND),
+            [=] { return qv_btree_low_bound(map, ptr(key)) == bound; });
     }
 
 private:
@@ -191,52 +106,77 @@ private:
         qv_btree_node_t* node;  // NULL until a walk has met it.
     };
     using Model = std::map<Int, Entry>;
+    using Store = void (*)(qv_btree_t* t, void* key, void* value);
 
-    // The action returns whether its result is right; the model is what it should lead to.
-    void run(const std::string& expected, const std::function<bool()>& action,
-             bool with_comparisons = true) {
-        bool right = false;
-        observed = map;
-        const std::string log = events([&] { right = action(); }, with_comparisons);
-        require(right && log == expected, "result, or events: " + log + "; expected: " + expected);
-        verify();
+    void store(const std::string& name, Int key, Int value, Store function) {
+        std::string expected = search_for(key);
+        const auto at = model.find(key);
+        if (at != model.end()) {
+            expected += sized("drop value ", at->second.value, model.size());
+            expected += sized("drop key ", key, model.size());
+            at->second.value = value;
+        } else {
+            expected += added(key, value, refuse_in == 1);
+        }
+        run(name + ' ' + std::to_string(key), expected,
+            [=] { return function(map, ptr(key), ptr(value)), true; });
     }
 
-    // The walk both ways, the ends, the size, and the records themselves.
-    void verify() {
-        require(*Invariants::broken(map) == '\0', Invariants::broken(map));
+    // The action returns whether its result is right; the model is what it should lead to.
+    void run(const std::string& name, const std::string& expected,
+             const std::function<bool()>& action) {
+        observed = map;
+        event_log.clear();
+        require(action(), name + ": wrong result");
+        require(event_log == expected, name + ": " + event_log + "instead of: " + expected);
+        const std::string wrong = wrong_state();
+        require(wrong.empty(), name + " leaves a wrong " + wrong);
+    }
+
+    void run_without_comparisons(const std::string& name, const std::string& expected,
+                                 const std::function<bool()>& action) {
+        logs_comparisons = false;
+        run(name, expected, action);
+        logs_comparisons = true;
+    }
+
+    // Of the records, the walk both ways, the ends and the size; empty when all are right.
+    std::string wrong_state() {
+        logs_comparisons = false;
+        const std::string broken = Invariants::broken(map);
+        logs_comparisons = true;
         auto* node = qv_btree_first_node(map);
         qv_btree_node_t* previous = nullptr;
         for (auto& entry : model) {
             auto*& known = entry.second.node;
             known = known != nullptr ? known : node;
-            require(node == known && qv_btree_node_key(node) == ptr(entry.first) &&
-                        qv_btree_node_value(node) == ptr(entry.second.value) &&
-                        qv_btree_node_previous(node) == previous,
-                    "entry, or the node that it is in");
+            if (node == nullptr || node != known || qv_btree_node_previous(node) != previous ||
+                qv_btree_node_key(node) != ptr(entry.first) ||
+                qv_btree_node_value(node) != ptr(entry.second.value)) {
+                return "entry " + std::to_string(entry.first) + ", or node of it";
+            }
             previous = node;
             node = qv_btree_next_node(node);
         }
-        require(node == nullptr && qv_btree_last_node(map) == previous, "last node");
-        require(qv_btree_size(map) == model.size() && qv_btree_empty(map) == model.empty(), "size");
+        return !broken.empty()                                          ? "invariant " + broken
+               : node != nullptr || qv_btree_last_node(map) != previous ? "last node"
+               : qv_btree_size(map) != model.size()                     ? "size"
+               : qv_btree_empty(map) != model.empty()                   ? "emptiness"
+                                                                        : "";
     }
 
-    // The comparator calls of a search; that for a lower bound does not end at an equal key.
-    std::string path_to(Int key, bool lower_bound = false) const {
+    // The comparator calls of a search.
+    std::string search_for(Int key, qv_btree_goal goal = qv_btree_goal::EQUAL) const {
         std::string calls;
         const auto* node = map->root;
         for (bool goes_on = node != nullptr; goes_on;) {
             const Int stored = num(node->key);
-            calls += event('c', ptr(key), ",", stored);
+            calls += event("compare ", key, ",", stored);
             const bool is_child = (key > stored ? node->right_child : node->left_child) != 0;
-            goes_on = is_child && (key != stored || lower_bound);
+            goes_on = is_child && (key != stored || goal == qv_btree_goal::LOW_BOUND);
             node = key > stored ? node->right : node->left;
         }
         return calls;
-    }
-
-    std::string sized(char what, Int object) const {
-        return event(what, ptr(object), "/", static_cast<Int>(model.size()));
     }
 
     // Each changes the model and returns the events that go with it.
@@ -244,27 +184,29 @@ private:
         if (!refused) {
             model[key] = {value, nullptr};
         }
-        return refused ? "x " : "m ";
+        return refused ? "refuse; " : "allocate; ";
     }
 
     std::string erased(Model::const_iterator first, Model::const_iterator last) {
         std::string expected;
         for (auto at = first; at != last; ++at) {
-            expected +=
-                sized('k', at->first) + sized('v', at->second.value) + sized('f', at->first);
+            expected += sized("drop key ", at->first, model.size());
+            expected += sized("drop value ", at->second.value, model.size());
+            expected += sized("release ", at->first, model.size());
         }
         model.erase(first, last);
         return expected;
     }
 
-    std::string copied(const Model& source, qv_copy_pt keys, qv_copy_pt values, int allocation) {
+    // The allocations are those before the first entry's.
+    std::string copied(const Model& source, qv_copy_pt keys, qv_copy_pt values, int allocations) {
         std::string expected;
         for (const auto& entry : source) {
             const Int value = entry.second.value;
-            expected += keys != nullptr ? event('K', ptr(entry.first)) : "";
-            expected += values != nullptr ? event('V', ptr(value)) : "";
+            expected += keys != nullptr ? event("copy key ", entry.first) : "";
+            expected += values != nullptr ? event("copy value ", value) : "";
             expected += added(entry.first + (keys != nullptr ? 1000 : 0),
-                              value + (values != nullptr ? 100 : 0), ++allocation == fail_in);
+                              value + (values != nullptr ? 100 : 0), ++allocations == refuse_in);
         }
         return expected;
     }

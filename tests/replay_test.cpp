@@ -9,7 +9,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-TEST(ReplayTest, CorpusPasses) {
+TEST(Replay, EveryInputOfTheCorpusPasses) {
     EXPECT_FALSE(std::filesystem::is_empty(QV_CORPUS));
     for (const auto& entry : std::filesystem::directory_iterator(QV_CORPUS)) {
         SCOPED_TRACE(entry.path());

@@ -77,7 +77,7 @@ echo "== ThreadSanitizer"
 ctest --preset threads
 
 echo "== Valgrind"
-for test in btree_test replay_test threads_test; do
+for test in btree_test replay_test linked_test; do
     valgrind --quiet --error-exitcode=1 --leak-check=full --show-leak-kinds=all \
         "build/release/tests/$test" --gtest_brief=1
 done

@@ -7,8 +7,8 @@ folder=build/coverage
 find "$folder" -name '*.gcda' -delete
 ctest --preset coverage --output-log "$folder/test.log" >/dev/null || { cat "$folder/test.log"; exit 1; }
 
-# Over the two programs that hold the map's source. Assertions have a branch that no correct program
-# takes, so their lines don't count; nor do the exits of calls that throw, which no callback may.
+# Over two programs that include the map's source. Assertions have a branch that no correct program
+# takes, so their lines do not count; nor do the exits of calls that throw, which no callback may.
 gcovr --root . --filter src/ --exclude-throw-branches \
     --exclude-branches-by-pattern '.*assert\(.*' --html-details "$folder/index.html" \
     --print-summary --fail-under-line 100 --fail-under-branch 100 \

@@ -1,0 +1,100 @@
+// What takes the library as it is linked: parallel readers, for ThreadSanitizer, and a map that
+// crosses the size from which on another search is used.
+
+#include <gtest/gtest.h>
+#include <qv/base/qv_btree.h>
+
+#include <functional>
+#include <future>
+#include <vector>
+
+namespace {
+
+// --- Threads ---------------------------------------------------------------------------------
+
+constexpr size_t entries = 6000;
+char object[2 * entries + 1];  // Keys and values are addresses in here; the keys are the even ones.
+
+// Everything that the header allows at the same time; counts what is right.
+size_t read_all(qv_btree_t* map) {
+    size_t right = qv_btree_empty(map) || qv_btree_first(map, nullptr) != &object[1] ? 0 : 1;
+    for (size_t n = 1; n <= entries; ++n) {
+        right += qv_btree_find(map, &object[2 * n]) == &object[n] ? 1U : 0U;
+        right += qv_btree_low_bound(map, &object[2 * n - 1]) == &object[2 * n] ? 1U : 0U;
+    }
+    for (auto* node = qv_btree_first_node(map); node != qv_btree_last_node(map); ++right) {
+        node = qv_btree_next_node(node);
+    }
+    const auto count = [](void*, void*, void* visits) {
+        ++*static_cast<size_t*>(visits);
+        return false;
+    };
+    qv_btree_foreach(map, count, &right);
+    qv_btree_t* const copy = qv_btree_copy(map, nullptr, nullptr);
+    qv_btree_assign(copy, map, nullptr, nullptr);
+    right += qv_btree_size(copy);
+    qv_btree_free(copy);
+    return right;
+}
+
+TEST(Threads, ReadersShareAMap) {
+    const auto compare = [](const void* a, const void* b) { return a < b ? -1 : a == b ? 0 : 1; };
+    qv_btree_t* const map = qv_btree_new(compare, nullptr, nullptr);
+    for (size_t n = entries; n > 0; --n) {
+        qv_btree_insert(map, &object[2 * n], &object[n]);
+    }
+    std::vector<std::future<size_t>> readers(4);
+    for (auto& reader : readers) {
+        reader = std::async(std::launch::async, read_all, map);
+    }
+    for (auto& reader : readers) {
+        EXPECT_EQ(reader.get(), 5 * entries);
+    }
+    qv_btree_free(map);
+}
+
+// --- Size ------------------------------------------------------------------------------------
+
+std::vector<int> compared;  // The stored keys that the comparator was called with.
+
+int32_t compare_and_note(const void* a, const void* b) {
+    const int left = *static_cast<const int*>(a);
+    const int right = *static_cast<const int*>(b);
+    compared.push_back(right);
+    return (left > right ? 1 : 0) - (left < right ? 1 : 0);
+}
+
+TEST(Size, WhichSearchTheSizeChoosesShowsNeitherInResultsNorInComparisons) {
+    constexpr int largest_small = 4096;
+    qv_btree_t* const map = qv_btree_new(compare_and_note, nullptr, nullptr);
+    std::vector<int> keys(2 * largest_small + 1);
+    const auto insert = [&](int key) {
+        keys[static_cast<size_t>(key)] = key;
+        qv_btree_insert(map, &keys[static_cast<size_t>(key)], &keys[static_cast<size_t>(key)]);
+    };
+    // All even keys are stored, all odd ones absent.
+    const auto comparisons_of_all_searches = [&] {
+        compared.clear();
+        for (int key = 0; key < 2 * largest_small - 2; ++key) {
+            const int next = key + key % 2;
+            const void* const found = qv_btree_find(map, &key);
+            EXPECT_EQ(found, key == next ? &keys[static_cast<size_t>(key)] : nullptr);
+            EXPECT_EQ(qv_btree_low_bound(map, &key), &keys[static_cast<size_t>(next)]);
+        }
+        return compared;
+    };
+    // A perfect tree of 4,095 entries, and another entry at each end: that rotates nothing.
+    for (int key = 2; key < 2 * largest_small; key += 2) {
+        insert(key);
+    }
+    insert(0);
+    const std::vector<int> of_small_map = comparisons_of_all_searches();
+    insert(2 * largest_small);
+    EXPECT_EQ(qv_btree_size(map), largest_small + 1U);
+    EXPECT_TRUE(comparisons_of_all_searches() == of_small_map);
+    EXPECT_TRUE(qv_btree_remove(map, &keys[2 * largest_small]));
+    EXPECT_TRUE(comparisons_of_all_searches() == of_small_map);
+    qv_btree_free(map);
+}
+
+}  // namespace
