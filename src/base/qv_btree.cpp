@@ -409,7 +409,8 @@ static void qv_btree_check_opposite(const qv_btree_t* t, const void* key, const 
                                     int32_t cmp) {
     const int32_t opposite = t->key_compare(other, key);
     if ((opposite < 0) != (cmp > 0) || (opposite > 0) != (cmp < 0)) {
-        fputs("qv_btree: the comparator contradicts itself, or a stored key was changed\n", stderr);
+        static_cast<void>(fputs(
+            "qv_btree: the comparator contradicts itself, or a stored key was changed\n", stderr));
         abort();
     }
 }
