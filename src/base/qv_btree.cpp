@@ -45,7 +45,7 @@ struct qv_btree_s {
 // order.
 constexpr size_t QV_BTREE_MAX_LEVELS = 40;
 
-// Up to this many entries a search takes more time for mispredicted turns than for waiting on
+// Up to this many entries a lookup takes more time for mispredicted turns than for waiting on
 // memory. A platform that predicts no turns may set 0, and saves the code of one of the two
 // searches.
 #ifndef QV_BTREE_SMALL_MAP
@@ -135,7 +135,6 @@ struct qv_btree_place_t {
 enum class qv_btree_goal {
     EQUAL,      // ends at an equal key
     LOW_BOUND,  // at an equal key goes on to the left, as at any larger key
-    ASCENDING,  // EQUAL, for one of many keys in ascending order: each takes much the same way
 };
 
 // Takes if_left for a mask of zeros and if_right for one of ones: by arithmetic, so that no
@@ -151,11 +150,10 @@ static inline T* qv_btree_select(uintptr_t mask, T* if_left, T* if_right) {
 }
 
 // For nodes that the cache holds. A mispredicted turn would cost more than anything else there, so
-// every turn is taken without a branch.
+// every turn is taken without a branch. Records no path.
 static inline qv_btree_place_t qv_btree_search_in_cache(const qv_btree_t* t, const void* key,
                                                         qv_comparator_pt key_compare,
-                                                        qv_btree_goal goal,
-                                                        qv_btree_node_t** path) {
+                                                        qv_btree_goal goal) {
     qv_btree_node_t* node = t->root;
     void* node_key = node->key;
     for (size_t level = 1;; ++level) {
@@ -167,19 +165,18 @@ static inline qv_btree_place_t qv_btree_search_in_cache(const qv_btree_t* t, con
         const int32_t cmp = key_compare(key, node_key);
         const uintptr_t mask = uintptr_t{0} - static_cast<uintptr_t>(cmp > 0);
         const bool is_child = qv_btree_select(mask, node->left_child, node->right_child) != 0;
-        if (!is_child || (cmp == 0 && goal != qv_btree_goal::LOW_BOUND)) {
-            return {path, node, level, cmp};
-        }
-        if (path != nullptr) {
-            path[level] = node;
+        if (!is_child || (cmp == 0 && goal == qv_btree_goal::EQUAL)) {
+            return {nullptr, node, level, cmp};
         }
         node_key = qv_btree_select(mask, left_key, right_key);
         node = qv_btree_select(mask, node->left, node->right);
     }
 }
 
-// For nodes that have to come from memory, and for turns that the processor can predict. Fetches
-// both nodes that may come next while the comparator is busy, and leaves the turn to a branch.
+// For nodes that have to come from memory, and for updates. Fetches both nodes that may come next
+// while the comparator is busy, and leaves the turn to a branch: the processor then goes on with
+// the turn that it expects, and has done much of the work that follows the search by the time the
+// comparator answers.
 static inline qv_btree_place_t qv_btree_search_in_memory(const qv_btree_t* t, const void* key,
                                                          qv_comparator_pt key_compare,
                                                          qv_btree_goal goal,
@@ -190,7 +187,7 @@ static inline qv_btree_place_t qv_btree_search_in_memory(const qv_btree_t* t, co
         qv_btree_prefetch(node->right);
         const int32_t cmp = key_compare(key, node->key);
         const bool is_child = (cmp > 0 ? node->right_child : node->left_child) != 0;
-        if (!is_child || (cmp == 0 && goal != qv_btree_goal::LOW_BOUND)) {
+        if (!is_child || (cmp == 0 && goal == qv_btree_goal::EQUAL)) {
             return {path, node, level, cmp};
         }
         if (path != nullptr) {
@@ -200,8 +197,8 @@ static inline qv_btree_place_t qv_btree_search_in_memory(const qv_btree_t* t, co
     }
 }
 
-// Searches, and records the ancestors of the end in path. A lookup, which does not go back up,
-// passes NULL for path and takes no memory for one.
+// Searches, and records the ancestors of the end in path. A lookup does not go back up: it passes
+// NULL for path, and needs no memory for one.
 static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* key,
                                                qv_comparator_pt key_compare, qv_btree_goal goal,
                                                qv_btree_node_t** path) {
@@ -211,9 +208,8 @@ static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* 
     if (t->root == nullptr) {
         return {path, nullptr, 0, 0};
     }
-    if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP &&
-        goal != qv_btree_goal::ASCENDING) {
-        return qv_btree_search_in_cache(t, key, key_compare, goal, path);
+    if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP && path == nullptr) {
+        return qv_btree_search_in_cache(t, key, key_compare, goal);
     }
     return qv_btree_search_in_memory(t, key, key_compare, goal, path);
 }
@@ -718,7 +714,7 @@ static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv
         void* const key = key_copy != nullptr ? key_copy(node->key) : node->key;
         void* const value = value_copy != nullptr ? value_copy(node->value) : node->value;
         const qv_btree_place_t end =
-            qv_btree_search(tree, key, tree->key_compare, qv_btree_goal::ASCENDING, path);
+            qv_btree_search(tree, key, tree->key_compare, qv_btree_goal::EQUAL, path);
         qv_btree_insert_at(tree, end, key, value, /*replace=*/false);
         node = next;
     }
