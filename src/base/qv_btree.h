@@ -22,33 +22,37 @@ extern "C" {
  * own. Costs are given for a map of n entries and count comparator calls and steps alike.
  *
  * **Comparator.** For as long as keys are stored, the comparator must order them as one total
- * order: the same answer for the same two keys, opposite answers for the keys exchanged, and
- * `a < b`, `b < c` implies `a < c`. A key must not change its place in that order while it is
- * stored. The map itself never looks behind a key or a value, so NULL is a key like any other to a
- * comparator that can order it (but see qv_btree_remove_until()), and NULL is a value like any
- * other. With a comparator that breaks these laws entries may become unreachable.
+ * order. It gives three answers: less than 0, 0, or greater than 0. The answer for the same two
+ * keys is always the same, the answer for the two keys exchanged is the opposite, and the order is
+ * transitive. A key must not change its place in that order while it is stored. With a comparator
+ * that breaks these laws entries may become unreachable.
+ *
+ * The map itself never dereferences a key or a value. So NULL is a key like any other to a
+ * comparator that can order it (but see qv_btree_low_bound() and qv_btree_remove_until()), and NULL
+ * is a value like any other.
  *
  * **Ownership.** Storing an entry hands its key and its value to the map in one sense only: the
- * map calls the key destructor and the value destructor when it lets go of them. A NULL destructor
- * means that the map never releases that kind of object and the caller keeps that duty. When one
- * entry or all of them are removed, the key's destructor runs before the value's; where an equal
- * key arrives, the stored value's destructor runs before that of the key which is dropped.
+ * map calls the key destructor for a key, and the value destructor for a value, that it no longer
+ * stores. A NULL destructor means that the map never releases that kind of object and the caller
+ * keeps that duty. When one entry or all of them are removed, the key's destructor runs before the
+ * value's. When an equal key arrives, the stored value's destructor runs before that of the key
+ * which is dropped.
  *
  * **Callbacks** run on the caller's thread, inside the call that caused them. A comparator,
- * destructor or copy function must not call back into the map that called it, except that
- * qv_btree_size() and qv_btree_empty() may be called at any time, and it must not leave by an
- * exception or longjmp().
+ * destructor or copy function must not call a function of this header on the map that called it,
+ * except qv_btree_size() and qv_btree_empty(), and must not leave by an exception or longjmp().
  *
- * **Nodes.** An entry stays in the node it was created in: a node pointer stays valid, and its
- * entry in it, across every insertion, every overwriting of its value and every removal of other
- * entries, until that entry is removed or the map is cleared, assigned to or freed. Using it after
- * that is undefined.
+ * **Nodes.** An entry stays in the node it was created in. A node pointer stays valid, and leads to
+ * the same entry, across every insertion, every overwriting of its value and every removal of other
+ * entries, until that entry is removed or the map is cleared, assigned to or freed. Using the
+ * pointer after that is undefined.
  *
  * **Exhausted memory** shows as NULL from qv_btree_new() and qv_btree_copy(). An insertion that
  * gets no memory for its node changes nothing, calls nothing but the comparator, and leaves key
- * and value with the caller, who tells by comparing qv_btree_size() before and after: it grows by
- * one for a new entry, and stays when an equal key was overwritten or the entry was refused. When
- * the key is known to be absent, an unchanged size therefore means that there was no memory:
+ * and value with the caller. qv_btree_size() grows by one for a new entry. It stays the same in two
+ * cases, which differ in who owns key and value: an equal key was found, or the entry was refused.
+ * So look the key up first. When it is known to be absent, an unchanged size means that there was
+ * no memory:
  *
  *     size_t before = qv_btree_size(map);
  *     qv_btree_insert(map, key, value);    // key is not yet stored
@@ -57,8 +61,8 @@ extern "C" {
  *         free(value);
  *     }
  *
- * An entry that would lie deeper than 40 levels is refused in the same way. Only a map of more
- * than 267 million entries can be that deep, and only if it was built in the worst of all orders.
+ * An entry that would lie deeper than 40 levels is refused in the same way. That can begin at
+ * 267,914,295 entries, in a map that was built in the worst of all orders.
  *
  * **Threads.** A map has no lock. Lookups, visits, node navigation, qv_btree_size(),
  * qv_btree_empty() and copying from a map write nothing in it and may run in parallel with each
@@ -81,9 +85,9 @@ typedef struct qv_btree_node_s qv_btree_node_t;
 /**
  * Creates an empty map, which the caller releases with qv_btree_free(). It allocates once.
  *
- * `key_compare` orders the keys; `key_dtor` and `value_dtor` release what the map lets go of, and
- * either may be NULL. All three are fixed for the life of the map. Returns NULL when `key_compare`
- * is NULL or there is no memory.
+ * `key_compare` orders the keys; `key_dtor` and `value_dtor` release the keys and the values that
+ * the map no longer stores, and either may be NULL. All three are fixed for the life of the map.
+ * Returns NULL when `key_compare` is NULL or there is no memory.
  */
 qv_btree_t* qv_btree_new(qv_comparator_pt key_compare, qv_dtor_pt key_dtor, qv_dtor_pt value_dtor);
 
@@ -93,9 +97,9 @@ void qv_btree_free(qv_btree_t* t);
 /**
  * Removes every entry; the map stays usable. O(n), without a comparator call.
  *
- * Entries go in ascending order of their keys: key destructor, value destructor, then the node is
- * released, before the next entry's turn. Inside the destructors the size is still the full one;
- * it drops to 0 at the end.
+ * Entries are removed in ascending order of their keys. For each one the key destructor runs, then
+ * the value destructor, then the node is released, before the next entry is removed. Inside the
+ * destructors the size is still that of the full map; it drops to 0 at the end.
  */
 void qv_btree_clear(qv_btree_t* t);
 
@@ -117,7 +121,8 @@ bool qv_btree_empty(const qv_btree_t* t);
  *         use(qv_btree_node_key(node), qv_btree_node_value(node));
  *     }
  *
- * Entries inserted behind the current one during a walk are met by it, those before it are not.
+ * An entry that is inserted during a walk is met if its key is greater than that of the current
+ * node.
  * @{
  */
 
@@ -133,10 +138,10 @@ qv_btree_node_t* qv_btree_last_node(const qv_btree_t* t);
  */
 qv_btree_node_t* qv_btree_next_node(qv_btree_node_t* node);
 
-/** Returns the key stored in `node`, which stays the map's; NULL for NULL. O(1). */
+/** Returns the key stored in `node`; the key still belongs to the map. NULL for NULL. O(1). */
 void* qv_btree_node_key(qv_btree_node_t* node);
 
-/** Returns the value stored in `node`, which stays the map's; NULL for NULL. O(1). */
+/** Returns the value stored in `node`; the value still belongs to the map. NULL for NULL. O(1). */
 void* qv_btree_node_value(qv_btree_node_t* node);
 
 /** @} */
@@ -144,18 +149,24 @@ void* qv_btree_node_value(qv_btree_node_t* node);
 /**
  * @name Lookup and visiting
  *
- * None of these allocates, changes the map or calls a destructor. What they return stays the
- * map's. The comparator is called from the root downwards with the caller's `key` first and a
+ * None of these allocates, changes the map or calls a destructor. What they return still belongs to
+ * the map. The comparator is called from the root downwards, with the caller's `key` first and a
  * stored key second.
  * @{
  */
 
-/** Returns the node whose key equals `key`, or NULL when there is none. O(log n). */
+/**
+ * Returns the node whose key equals `key`, or NULL when there is none. O(log n).
+ *
+ * `key` is only handed to the comparator, always as its first argument. So it may be another kind
+ * of object than the stored keys, if the comparator can compare both kinds with a stored key.
+ */
 qv_btree_node_t* qv_btree_find_node(const qv_btree_t* t, const void* key);
 
 /**
  * Returns the value stored under `key`, or NULL when there is none. O(log n). Only
- * qv_btree_find_node() tells an absent key from one that is stored with a NULL value.
+ * qv_btree_find_node() tells an absent key from one that is stored with a NULL value. `key` may be
+ * of another kind, as in qv_btree_find_node().
  */
 void* qv_btree_find(qv_btree_t* t, const void* key);
 
@@ -176,7 +187,9 @@ void* qv_btree_first(qv_btree_t* t, void** key);
  *
  *     qv_btree_node_t* node = qv_btree_find_node(map, qv_btree_low_bound(map, key));
  *
- * (when the result may be NULL, test it first: the comparator would be called with it).
+ * (when the result may be NULL, test it first: the comparator would be called with it). Where NULL
+ * is stored as a key, a NULL result does not tell that key from none. `key` may be of another kind,
+ * as in qv_btree_find_node().
  */
 void* qv_btree_low_bound(qv_btree_t* t, const void* key);
 
@@ -196,7 +209,7 @@ void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data);
  *
  * O(log n), at most one allocation. The comparator is called from the root downwards with the new
  * key first and a stored key second. Where an equal key is stored already, the entry keeps its node
- * and nothing is allocated. There is no result: see "Exhausted memory" at ::qv_btree_t.
+ * and nothing is allocated. Nothing is returned: see "Exhausted memory" at ::qv_btree_t.
  * @{
  */
 
@@ -222,31 +235,33 @@ void qv_btree_replace(qv_btree_t* t, void* key, void* value);
 /**
  * @name Removal
  *
- * One search and O(log n) for each entry removed, without allocation. The entry is unlinked and the
- * tree balanced again; then the key destructor and the value destructor run, while qv_btree_size()
- * still counts the entry; then its node is released and the size drops by one. No other node moves.
+ * O(log n) for each entry removed: one search, and no allocation. The entry is unlinked and the
+ * tree is balanced; then the key destructor and the value destructor run, while qv_btree_size()
+ * still counts the entry; then its node is released and the size drops by one. No other entry
+ * changes its node.
  * @{
  */
 
 /**
  * Removes the entry whose key equals `key`. Returns false, having changed nothing, when there is
- * none. `key` may be the stored key itself: it is not used after the search.
+ * none. `key` may be the stored key itself: it is not used after the search. `key` may be of
+ * another kind, as in qv_btree_find_node().
  */
 bool qv_btree_remove(qv_btree_t* t, const void* key);
 
 /**
  * Removes as qv_btree_remove() does, but searches with `key_compare`, called with `key` first and
- * a stored key second. It may take another kind of key first, such as a name where records are
- * stored, but must place it as the map's own comparator orders the stored keys, or the entry may
- * not be found. It must not be NULL when the map has entries: that is undefined, and caught by an
+ * a stored key second. So `key` may be of another kind, such as a name where records are stored,
+ * but `key_compare` must agree with the order of the stored keys, or the entry may not be found.
+ * `key_compare` must not be NULL when the map has entries: that is undefined, and caught by an
  * assertion.
  */
 bool qv_btree_remove_cmp(qv_btree_t* t, const void* key, qv_comparator_pt key_compare);
 
 /**
  * Removes the entry in `node`, a node of `t`, and returns the node with the next larger key, or
- * NULL after the last entry and when `t` or `node` is NULL. The comparator is called to find the
- * way from the root to the entry. Removing while walking:
+ * NULL after the last entry and when `t` or `node` is NULL. The comparator is called with stored
+ * keys only, to find the way from the root to the entry. Removing while walking:
  *
  *     while (node != NULL) {
  *         node = unwanted(node) ? qv_btree_remove_node(map, node) : qv_btree_next_node(node);
@@ -262,9 +277,11 @@ qv_btree_node_t* qv_btree_remove_node(qv_btree_t* t, qv_btree_node_t* node);
  * With the keys 1 to 10: 6 removes 1 to 5 and returns true, 1 removes nothing and returns true, 11
  * removes nothing and returns false.
  *
- * An entry whose key is a NULL pointer is never removed: the call stops there and returns true. It
- * stops and returns false at an entry that its own search cannot find again, which only a
- * comparator that breaks its laws can bring about; the entries before it stay removed.
+ * The comparator is called with `key` first, which may be of another kind as in
+ * qv_btree_find_node(), and then with stored keys only. An entry whose key is a NULL pointer is
+ * never removed: the call stops there and returns true. It stops and returns false at an entry that
+ * its own search cannot find again, which only a comparator that breaks its laws can bring about;
+ * the entries before that one stay removed.
  */
 bool qv_btree_remove_until(qv_btree_t* t, const void* key);
 
@@ -278,9 +295,9 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key);
  * before its value, and go through qv_btree_insert(): O(n log n) with its comparator calls. The
  * source is only read.
  *
- * An entry for which there is no memory is left out and the next one follows; the key and value
- * that would have been stored are then released by nobody. Comparing the sizes of the two maps
- * shows it. The map does not look at what a copy function returns: NULL is stored as any pointer.
+ * An entry for which there is no memory is left out and the next one follows. Nobody releases the
+ * key and the value that would have been stored. The sizes of the two maps then differ. What a copy
+ * function returns is stored as it is: NULL as well.
  * @{
  */
 
@@ -290,8 +307,8 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key);
  * copy function is called.
  *
  * The new map takes over the key destructor of `tree` only with a `key_copy`, and its value
- * destructor only with a `value_copy`: what it shares with `tree` it never releases, and it must
- * not be used for longer than `tree` keeps it.
+ * destructor only with a `value_copy`: it never releases what it shares with `tree`, and it must
+ * not be used after `tree` has released that.
  */
 qv_btree_t* qv_btree_copy(const qv_btree_t* tree, qv_copy_pt key_copy, qv_copy_pt value_copy);
 

@@ -14,7 +14,7 @@
 
 /**
  * Returns a block of `size` bytes, all zero, from HAL_Malloc, or NULL when there is no memory.
- * The caller gives it back with HAL_Free. `size` must not be 0.
+ * The caller releases it with HAL_Free. `size` must not be 0.
  */
 static inline void* qv_zalloc(size_t size) {
 #if SIZE_MAX > ULONG_MAX
