@@ -1,7 +1,8 @@
 // The maps that are measured, each behind the same few operations on void* keys and values.
 //
-// All call the same comparator through the same pointer, take their memory from the same malloc,
-// and hand keys and values to the same destructor when they let go of them.
+// Each is used as its users would at their best. All call the same comparator through the same
+// pointer, take their memory from the same malloc, and hand keys and values to the same destructor
+// when they let go of them.
 #ifndef QV_BENCH_PEERS_H
 #define QV_BENCH_PEERS_H
 
@@ -13,6 +14,7 @@
 
 #if __has_include(<boost/container/map.hpp>)
 #include <boost/container/map.hpp>
+#include <boost/version.hpp>
 #define QV_BENCH_BOOST 1
 #endif
 #if __has_include(<absl/container/btree_map.h>)
@@ -30,6 +32,16 @@ public:
     void insert(void* key, void* value) { qv_btree_insert(map_, key, value); }
     void* find(const void* key) const { return qv_btree_find(map_, key); }
     void* lower_bound(const void* key) const { return qv_btree_low_bound(map_, key); }
+
+    // The value under key: the stored one, or value, which then is stored.
+    void* enter(void* key, void* value) {
+        void* const stored = qv_btree_find(map_, key);
+        if (stored == nullptr) {
+            qv_btree_insert(map_, key, value);
+        }
+        return stored != nullptr ? stored : value;
+    }
+
     void remove(const void* key) { qv_btree_remove(map_, key); }
     void clear() { qv_btree_clear(map_); }
     void visit(qv_key_value_pt func, void* data) const { qv_btree_foreach(map_, func, data); }
@@ -53,13 +65,31 @@ struct Less {
     bool operator()(const void* a, const void* b) const { return compare(a, b) < 0; }
 };
 
+#ifdef QV_BENCH_ABSL
+// Spares Abseil's tree, which knows such comparators, a second call where keys are equal.
+struct ThreeWay {
+    qv_comparator_pt compare;
+    absl::weak_ordering operator()(const void* a, const void* b) const {
+        const int32_t cmp = compare(a, b);
+        return cmp < 0    ? absl::weak_ordering::less
+               : cmp == 0 ? absl::weak_ordering::equivalent
+                          : absl::weak_ordering::greater;
+    }
+};
+#endif
+
 // Any map with the interface of std::map.
 template <typename Map>
 class StandardMap {
 public:
-    StandardMap(qv_comparator_pt compare, qv_dtor_pt dtor) : map_(Less{compare}), dtor_(dtor) {}
+    StandardMap(qv_comparator_pt compare, qv_dtor_pt dtor)
+        : map_(typename Map::key_compare{compare}), dtor_(dtor) {}
 
     void insert(void* key, void* value) { map_.insert(typename Map::value_type(key, value)); }
+
+    void* enter(void* key, void* value) {
+        return map_.insert(typename Map::value_type(key, value)).first->second;
+    }
 
     void* find(const void* key) const {
         const auto at = map_.find(const_cast<void*>(key));
@@ -117,7 +147,7 @@ using BoostAvl = StandardMap<
                               boost::container::tree_type<boost::container::avl_tree>>::type>>;
 #endif
 #ifdef QV_BENCH_ABSL
-using AbslBtree = StandardMap<absl::btree_map<void*, void*, Less>>;
+using AbslBtree = StandardMap<absl::btree_map<void*, void*, ThreeWay>>;
 #endif
 
 // glibc's red-black tree, which stores one pointer: to an entry of key and value.
@@ -146,13 +176,26 @@ public:
         return found != nullptr ? (*found)->value : nullptr;
     }
 
+    void* enter(void* key, void* value) {
+        void* const stored = find(key);
+        if (stored == nullptr) {
+            insert(key, value);
+        }
+        return stored != nullptr ? stored : value;
+    }
+
+    // Its comparator notes the entry, which tdelete() does not tell: so one search is enough.
     void remove(const void* key) {
+        static Entry* noted;
+        noted = nullptr;
         const Entry wanted = {const_cast<void*>(key), nullptr};
-        auto* const found = static_cast<Entry**>(tfind(&wanted, &root_, compare_entries));
-        if (found != nullptr) {
-            Entry* const entry = *found;
-            tdelete(&wanted, &root_, compare_entries);
-            release(entry);
+        tdelete(&wanted, &root_, [](const void* a, const void* b) {
+            const int cmp = compare_entries(a, b);
+            noted = cmp == 0 ? const_cast<Entry*>(static_cast<const Entry*>(b)) : noted;
+            return cmp;
+        });
+        if (noted != nullptr) {
+            release(noted);
         }
     }
 

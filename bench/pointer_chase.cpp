@@ -34,7 +34,8 @@ const void* PointerChase::run() const {
         const uintptr_t waited = reinterpret_cast<uintptr_t>(node) & mask;
         node = reinterpret_cast<qv_btree_node_t*>(reinterpret_cast<uintptr_t>(map_->root) | waited);
         for (; way.steps > 0; --way.steps, way.turns >>= 1) {
-            node = (&node->left)[way.turns & 1];  // left and right lie side by side
+            // By arithmetic: a branch would be guessed, and the next load not wait for this one.
+            node = qv_btree_select(uintptr_t{0} - (way.turns & 1), node->left, node->right);
         }
     }
     return node;

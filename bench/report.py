@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Writes the measured part of docs/performance.md, and its plots, from the benchmark's JSON.
+"""Writes the measured part of docs/performance.md, its plots and its data from the benchmark's JSON.
 
-Usage: report.py PERFORMANCE.MD IMAGE_FOLDER JSON...
-       report.py --print JSON      as text, for a terminal
+Usage: report.py DOCS_FOLDER JSON...   writes performance.md, performance.csv and img/*.svg
+       report.py --print JSON          prints the first table of the page, for a terminal
 
-The tables hold ratios (ours / peer) of medians over the repetitions; the plots, drawn by gnuplot,
-nanoseconds for each entry against the number of entries, for boxed keys in random order.
+All figures are medians over the repetitions. A ratio is ours / peer.
 """
 import collections
+import csv
 import json
 import os
 import re
@@ -16,17 +16,19 @@ import subprocess
 import sys
 
 OURS = "qv_btree"
+PEERS = ["std::map", "Boost AVL", "Abseil B-tree", "tsearch"]
 LIMIT, LEVELS = "find limit", "levels"
 OPERATIONS = ["insert", "find", "find absent", "lower bound", "walk", "foreach", "copy", "remove",
               "clear", "bytes"]
-PLOTTED = ["insert", "find", "remove", "walk"]
-BEGIN, END = "<!-- measured: begin -->", "<!-- measured: end -->"
+VERDICT = ["insert", "find", "find absent", "remove", "walk", "copy"]
+GROWTH = ["insert", "find"]
+COMPARATORS = {"boxed": "without branches", "boxed-branching": "with branches"}
 
 
 def read(files):
-    """{(keys, order): {operation: {entries: {peer: median}}}}, and what the machine was."""
-    samples = collections.defaultdict(list)
-    context = None
+    """{(keys, order, entries, operation): {peer: median}}, repetitions, and what the machine was."""
+    samples = collections.defaultdict(lambda: collections.defaultdict(list))
+    context, repetitions = None, set()
     for file in files:
         with open(file, encoding="utf-8") as stream:
             data = json.load(stream)
@@ -34,109 +36,188 @@ def read(files):
         for run in data["benchmarks"]:
             if run["run_type"] == "iteration":
                 peer, keys, order, entries = run["name"].split("/")[:4]
-                for operation in OPERATIONS + [LIMIT, LEVELS]:
+                repetitions.add((int(entries), run["repetitions"]))
+                for operation in OPERATIONS + [LIMIT, LEVELS, "enter"]:
                     if operation in run:
-                        samples[keys, order, operation, int(entries), peer].append(run[operation])
-    results = collections.defaultdict(
-        lambda: collections.defaultdict(lambda: collections.defaultdict(dict)))
-    for (keys, order, operation, entries, peer), values in samples.items():
-        results[keys, order][operation][entries][peer] = statistics.median(values)
-    return results, context
+                        samples[keys, order, int(entries), operation][peer].append(run[operation])
+    results = {case: {peer: statistics.median(values) for peer, values in by_peer.items()}
+               for case, by_peer in samples.items()}
+    return results, sorted(repetitions), context
 
 
-def cell(ours, peer):
-    if peer is None:
+def cell(by_peer, peer, bold="**", time=True):
+    """The peer's time and the ratio, or the ratio alone."""
+    if peer not in by_peer:
         return "–"
-    ratio = f"{ours / peer:.2f}"
-    return f"**{ratio}**" if float(ratio) > 1 else ratio
+    ratio = f"{by_peer[OURS] / by_peer[peer]:.2f}"
+    if float(ratio) > 1:
+        ratio = bold + ratio + bold
+    return f"{by_peer[peer]:.0f} ({ratio})" if time else ratio
 
 
-def table(operations, sizes, peers):
-    lines = ["| | " + " | ".join(f"{peer}<br>{size:,}" for size in sizes for peer in peers) + " |",
-             "|---" * (1 + len(sizes) * len(peers)) + "|"]
-    for name in OPERATIONS:
-        by_size = operations[name]
-        cells = [cell(by_size[size][OURS], by_size[size].get(peer))
-                 for size in sizes for peer in peers]
-        lines.append(f"| {name} | " + " | ".join(cells) + " |")
-    return lines
+def verdict(results):
+    """(entries, comparator, [(operation, {peer: time})]), for boxed keys in random order."""
+    for entries in (1000, 1000000):
+        for keys, comparator in COMPARATORS.items():
+            rows = [(operation, results[keys, "random", entries, operation])
+                    for operation in VERDICT if (keys, "random", entries, operation) in results]
+            if rows:
+                yield entries, comparator, rows
 
 
-def report(results, context):
+def markdown(head, rows):
+    return ["| " + " | ".join(head) + " |", "|---" * len(head) + "|",
+            *("| " + " | ".join(row) + " |" for row in rows), ""]
+
+
+def page_verdict(results):
+    rows = []
+    for entries, comparator, operations in verdict(results):
+        rows += [[f"{entries:,}", comparator, operation, f"{by_peer[OURS]:.0f}"] +
+                 [cell(by_peer, peer) for peer in PEERS] for operation, by_peer in operations]
+    return ["![time of qv_btree / time of each peer](img/verdict.svg)", "",
+            *markdown(["entries", "comparator", "nanoseconds", OURS, *PEERS], rows)]
+
+
+def page_setup(repetitions, context):
     cpu = re.search(r"^Model name:\s*(.*)", subprocess.run(
         ["lscpu"], capture_output=True, text=True, check=True).stdout, re.M).group(1)
     caches = ", ".join(f"L{c['level']} {c['type']} {c['size'] // 1024} KiB"
                        for c in context["caches"])
-    lines = [f"Measured {context['date'][:10]} on a virtual machine: {cpu}, "
-             f"{context['num_cpus']} cores, {caches}.", ""]
-    for (keys, order), operations in sorted(results.items()):
-        sizes = sorted(size for size in operations["find"] if size <= 1000000)
-        peers = [peer for peer in operations["find"][sizes[0]] if peer != OURS]
-        if peers:
-            lines += [f"### {keys.capitalize()} keys, {order} order", "",
-                      *table(operations, sizes, sorted(peers)), ""]
-    lines += ["### Distance to the limit, random order", "",
-              "| keys | entries | comparisons | find, ns | node-to-node loads alone, ns | ratio |",
-              "|---|---|---|---|---|---|"]
-    for (keys, order), operations in sorted(results.items()):
-        for size, limit in sorted(operations[LIMIT].items() if order == "random" else []):
-            find = operations["find"][size][OURS]
-            lines.append(f"| {keys} | {size:,} | {operations[LEVELS][size][OURS]:.1f} | "
-                         f"{find:.0f} | {limit[OURS]:.0f} | {find / limit[OURS]:.2f} |")
-    lines += [""] + [f"![{name}: ns for each entry against entries](img/{name}.svg)"
-                     for name in PLOTTED]
-    return lines
+    versions = ", ".join(f"{name} {context[name]}" for name in
+                         ("glibc", "Boost", "Abseil", "Google Benchmark") if name in context)
+    synthetic = ", ".join(f"{count} at {entries:,}" for entries, count in repetitions
+                          if entries % 1000 == 0)
+    return ["## Set-up", "", "```text",
+            f"machine      {cpu}, {context['num_cpus']} cores, virtual",
+            f"caches       {caches}",
+            f"compiler     {context['compiler']}, all linked statically with the map",
+            f"versions     {versions}",
+            f"repetitions  {synthetic} entries, interleaved in random order; medians",
+            f"date         {context['date'][:10]}", "```", ""]
 
 
-def plot(results, folder):
-    boxed = results["boxed", "random"]
-    for name in PLOTTED:
-        peers = sorted({peer for by_peer in boxed[name].values() for peer in by_peer})
-        data = "".join(
-            f"$D{i} << EOD\n" + "".join(f"{size} {by_peer[peer]}\n"
-                                        for size, by_peer in sorted(boxed[name].items())
-                                        if peer in by_peer) + "EOD\n"
-            for i, peer in enumerate(peers))
-        curves = ", ".join(
-            f"$D{i} with linespoints lw {3 if peer == OURS else 1} title '{peer}' noenhanced"
-            for i, peer in enumerate(peers))
-        script = (f"set terminal svg size 640,400 font 'sans-serif,12' background 'white'\n"
-                  f"set output '{os.path.join(folder, name)}.svg'\n{data}"
-                  f"set logscale x 10\nset format x '10^{{%L}}'\nset yrange [0:*]\nset grid\n"
-                  f"set key left top\nset xlabel 'entries'\nset ylabel 'ns for each entry'\n"
-                  f"set title '{name}, boxed keys in random order'\nplot {curves}\n")
-        subprocess.run(["gnuplot"], input=script, text=True, check=True)
+def page_kinds(results):
+    for keys in ("boxed", "string", "in-pointer"):
+        rows = []
+        for operation in OPERATIONS:
+            by_size = [results[keys, "random", entries, operation] for entries in (1000, 1000000)]
+            rows.append([operation, *(f"{by_peer[OURS]:.0f}" for by_peer in by_size)] +
+                        [" · ".join(cell(by_peer, peer, time=False) for by_peer in by_size)
+                         for peer in PEERS])
+        yield from [f"### {keys.capitalize()} keys, random order: ratios at 1,000 · 1,000,000", "",
+                    *markdown(["", "ours, 1,000", "ours, 1,000,000", *PEERS], rows)]
 
 
-def print_tables(results):
-    for (keys, order), operations in sorted(results.items()):
-        for size in sorted(operations["find"]):
-            peers = sorted(operations["find"][size], key=lambda peer: (peer != OURS, peer))
-            print(f"\n{keys.capitalize()} keys, {order} order, {size:,} entries: nanoseconds for each "
-                  f"entry (ours / peer)\n")
-            print(" " * 12 + "".join(f"{peer:>20}" for peer in peers))
-            for name in OPERATIONS:
-                by_peer = operations[name][size]
-                cells = [f"{by_peer[OURS]:.0f}"] + [
-                    f"{by_peer[peer]:.0f}  ({by_peer[OURS] / by_peer[peer]:.2f})"
-                    if peer in by_peer else "–" for peer in peers[1:]]
-                print(f"{name:12}" + "".join(f"{cell:>20}" for cell in cells))
+def page_words(results):
+    rows = [[text, f"{distinct:,}", f"{by_peer[OURS]:.0f}"] + [cell(by_peer, peer) for peer in PEERS]
+            for (keys, text, distinct, _), by_peer in sorted(results.items(), key=lambda r: r[0][2])
+            if keys == "words"]
+    return ["### Words of real texts: nanoseconds for each word", "",
+            *markdown(["text", "distinct words", OURS, *PEERS], rows)]
+
+
+def page_limit(results):
+    rows = []
+    for (keys, order, entries, operation), by_peer in sorted(results.items()):
+        if operation == LIMIT and order == "random":
+            find = results[keys, order, entries, "find"][OURS]
+            levels = results[keys, order, entries, LEVELS][OURS]
+            rows.append([keys, f"{entries:,}", f"{levels:.1f}", f"{find:.0f}",
+                         f"{by_peer[OURS]:.0f}", f"{find / by_peer[OURS]:.2f}"])
+    return ["### Distance to the limit, random order", "",
+            *markdown(["keys", "entries", "comparisons", "find, ns",
+                       "node-to-node loads alone, ns", "ratio"], rows)]
+
+
+def gnuplot(folder, name, size, script):
+    subprocess.run(["gnuplot"], text=True, check=True, input=(
+        f"set terminal svg size {size} font 'sans-serif,12' background 'white'\n"
+        f"set output '{os.path.join(folder, name)}.svg'\n{script}"))
+
+
+def plot_verdict(results, folder):
+    script = ("set multiplot layout 1,2\nset logscale x 2\nset grid\nset key outside bottom center "
+              "horizontal\nset xlabel 'time of qv_btree / time of the peer: left of 1 it is faster'\n"
+              "set arrow from 1,graph 0 to 1,graph 1 nohead lw 2 lc rgb '#444444'\n"
+              f"set xrange [0.25:32]\nset yrange [{len(VERDICT) - 0.5}:-0.5]\n"
+              "set ytics (" + ", ".join(f"'{op}' {i}" for i, op in enumerate(VERDICT)) + ")\n")
+    for entries, comparator, rows in verdict(results):
+        if comparator != COMPARATORS["boxed"]:
+            continue
+        script += "".join(f"$D{i} << EOD\n" + "".join(
+            f"{by_peer[OURS] / by_peer[peer]} {row}\n" for row, (_, by_peer) in enumerate(rows)
+            if peer in by_peer) + "EOD\n" for i, peer in enumerate(PEERS))
+        script += f"set title '{entries:,} entries'\nplot " + ", ".join(
+            f"$D{i} with points pt {(7, 5, 9, 13)[i]} ps 1.2 title '{peer}' noenhanced"
+            for i, peer in enumerate(PEERS)) + "\n"
+    gnuplot(folder, "verdict", "960,360", script)
+
+
+def plot_growth(results, folder, operation):
+    curves = collections.defaultdict(list)
+    for (keys, order, entries, name), by_peer in sorted(results.items()):
+        if (keys, order, name) == ("boxed", "random", operation):
+            for peer, time in by_peer.items():
+                curves[peer].append(f"{entries} {time}\n")
+    data = "".join(f"$D{i} << EOD\n{''.join(curve)}EOD\n" for i, curve in enumerate(curves.values()))
+    lines = ", ".join(
+        f"$D{i} with linespoints lw {3 if peer == OURS else 1} title '{peer}' noenhanced"
+        for i, peer in enumerate(curves))
+    gnuplot(folder, operation, "640,400",
+            f"{data}set logscale x 10\nset format x '10^{{%L}}'\nset yrange [0:*]\nset grid\n"
+            f"set key left top\nset xlabel 'entries'\nset ylabel 'ns for each entry'\n"
+            f"set title '{operation}, boxed keys in random order'\nplot {lines}\n")
+
+
+def write_data(results, path):
+    with open(path, "w", encoding="utf-8", newline="") as stream:
+        writer = csv.writer(stream, lineterminator="\n")
+        writer.writerow(["keys", "order or text", "entries", "operation", "map",
+                         "ns for each entry (bytes: bytes)", "ours / this"])
+        for case, by_peer in sorted(results.items()):
+            for peer, value in sorted(by_peer.items()):
+                writer.writerow([*case, peer, f"{value:.2f}", f"{by_peer[OURS] / value:.3f}"])
+
+
+def print_verdict(results):
+    for entries, comparator, rows in verdict(results):
+        print(f"\nBoxed keys, random order, {entries:,} entries, comparator {comparator}: "
+              "nanoseconds (ours / peer)\n")
+        print(f"{'':12}{OURS:>10}" + "".join(f"{peer:>18}" for peer in PEERS))
+        for operation, by_peer in rows:
+            print(f"{operation:12}{by_peer[OURS]:>10.0f}" +
+                  "".join(f"{cell(by_peer, peer, bold=''):>18}" for peer in PEERS))
+
+
+def put(text, name, lines):
+    """The text with these lines in the part of that name."""
+    begin, end = f"<!-- {name}: begin -->", f"<!-- {name}: end -->"
+    head, rest = text.split(begin)
+    return "\n".join([head + begin, "", *lines, end + rest.split(end)[1]])
 
 
 def main():
     if sys.argv[1] == "--print":
-        print_tables(read(sys.argv[2:])[0])
+        print_verdict(read(sys.argv[2:])[0])
         return
-    page, folder, *files = sys.argv[1:]
-    results, context = read(files)
+    folder, *files = sys.argv[1:]
+    results, repetitions, context = read(files)
+    page = os.path.join(folder, "performance.md")
     with open(page, encoding="utf-8") as stream:
         text = stream.read()
-    head, rest = text.split(BEGIN)
-    tail = rest.split(END)[1]
+    growth = [f"![{name}: ns for each entry against entries](img/{name}.svg)"
+              for name in GROWTH]
+    text = put(text, "verdict", page_verdict(results))
+    text = put(text, "measured", [*page_setup(repetitions, context), *page_words(results),
+                                  *page_kinds(results), *page_limit(results), *growth, ""])
     with open(page, "w", encoding="utf-8") as stream:
-        stream.write("\n".join([head + BEGIN, "", *report(results, context), "", END + tail]))
-    os.makedirs(folder, exist_ok=True)
-    plot(results, folder)
+        stream.write(text)
+    write_data(results, os.path.join(folder, "performance.csv"))
+    images = os.path.join(folder, "img")
+    plot_verdict(results, images)
+    for operation in GROWTH:
+        plot_growth(results, images, operation)
 
 
 if __name__ == "__main__":

@@ -1,10 +1,27 @@
-// The platform's memory functions for one size of block without any header: what a packing
-// allocator is worth. Map and node records are of one size on 64-bit machines.
+// A platform's memory functions for blocks of one size without any header: what a packing allocator
+// is worth. Map and node records are of one size on 64-bit machines. For one thread; memory once
+// taken is kept for further blocks.
+
+#include <qv/base/hal/hal_memory.h>
 
 #include <cstdlib>
 #include <new>
 
-#include "hal/hal_memory.h"
+// A use of a block after its release would go unseen in a pool: so the block is poisoned where
+// AddressSanitizer is at work.
+#if defined(__SANITIZE_ADDRESS__)
+#define QV_WITH_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QV_WITH_ASAN 1
+#endif
+#endif
+#ifdef QV_WITH_ASAN
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(address, size) static_cast<void>(address)
+#define ASAN_UNPOISON_MEMORY_REGION(address, size) static_cast<void>(address)
+#endif
 
 namespace {
 
@@ -27,6 +44,7 @@ void* HAL_Malloc(unsigned long size) {
     }
     if (released != nullptr) {
         FreeBlock* const block = released;
+        ASAN_UNPOISON_MEMORY_REGION(block, block_size);
         released = block->next;
         return block;
     }
@@ -44,4 +62,5 @@ void* HAL_Malloc(unsigned long size) {
 
 void HAL_Free(void* ptr) {
     released = new (ptr) FreeBlock{released};
+    ASAN_POISON_MEMORY_REGION(ptr, block_size);
 }
