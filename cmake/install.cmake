@@ -36,10 +36,14 @@ foreach(library IN LISTS libraries)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${library}.pc DESTINATION ${pc_dir})
 endforeach()
 
-# GDB loads the extension by itself with a shared library that it lies beside, if that folder is on
-# its safe path; otherwise: source share/qv_base/qv_btree_gdb.py
-install(FILES tools/gdb/qv_btree_gdb.py DESTINATION ${CMAKE_INSTALL_DATADIR}/qv_base)
+# For GDB and LLDB. GDB loads its part by itself with a shared library, if the folder of that library
+# is on its safe path.
+install(FILES tools/debuggers/qv_btree_gdb.py tools/debuggers/qv_btree_lldb.py
+              tools/debuggers/qv_btree_walk.py DESTINATION ${CMAKE_INSTALL_DATADIR}/qv_base)
 if(BUILD_SHARED_LIBS)
-  install(FILES tools/gdb/qv_btree_gdb.py DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  file(RELATIVE_PATH debuggers_from_library ${CMAKE_INSTALL_FULL_LIBDIR}
+       ${CMAKE_INSTALL_FULL_DATADIR}/qv_base)
+  configure_file(cmake/autoload-gdb.py.in autoload-gdb.py @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/autoload-gdb.py DESTINATION ${CMAKE_INSTALL_LIBDIR}
           RENAME libqv_base.so.${PROJECT_VERSION}-gdb.py)
 endif()

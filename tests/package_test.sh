@@ -91,12 +91,16 @@ for shared in OFF ON; do
     headers=$work/headers
 done
 
-grep '^(gdb) set' "$source/README.md" | sed 's/^(gdb) //' >commands
+# The README's sessions with both debuggers; GDB's without its first line, as it loads the file itself.
+sed -n 's/^(gdb) //p' "$source/README.md" | grep -v '^source' >commands
 gdb -nx -batch -iex "set auto-load safe-path $work" -ex 'break qv_btree_remove' -ex run -ex up \
-    -x commands -ex 'print *people' -ex 'qv-check people' qv_base.program >log 2>&1
-grep '^$1 = \|^3 entries' "$source/README.md" | while read -r line; do
-    grep -qF -- "$line" log || { cat log; exit 1; }
-done
+    -x commands qv_base.program >log 2>&1
+sed -n 's/^(lldb) //p' "$source/README.md" | sed "s|~/qv|$work/moved|" >commands
+PYTHONPATH=$(printf '%s:' /usr/lib/llvm-*/lib/python3*/dist-packages) lldb --batch --no-lldbinit \
+    -o 'breakpoint set -n qv_btree_remove' -o run -o up -s commands qv_base.program >>log 2>&1
+sed -n '/^(gdb)/,/^```/p; /^(lldb)/,/^```/p' "$source/README.md" | grep -v '^(\|^```' >expected
+grep -xFf expected log >actual
+diff expected actual || { cat log; exit 1; }
 
 # The shared library exports the functions of the header under the version of its interface, calls
 # none of them through the linkage table, and needs the C library alone.

@@ -1,0 +1,193 @@
+"""Shows qv_btree maps in LLDB, and checks them.
+
+    qv-key-type char *          how to show the keys: what a pointer of this type points to; or an
+                                integer type, for integers in place of pointers
+    qv-value-type int *         the same for values
+    frame variable map          a map as its entries, in order; or, in the same way, a node
+    qv-print ADDRESS            the map or node at an address, also where its type is not known
+    qv-check MAP                verifies the invariants that qv_btree.cpp numbers, and names the first
+                                broken node; works on a core dump too
+
+To load it: command script import qv_btree_lldb.py
+"""
+import os
+import sys
+
+import lldb
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import qv_btree_walk as walk  # pylint: disable=wrong-import-position
+
+
+class Lldb(walk.Debugger):
+    target = None  # LLDB hands one in with each command.
+    types = {}  # those found during a command, by name
+
+    def process(self):
+        return self.target.GetProcess()
+
+    def pointer_format(self):
+        little = self.target.GetByteOrder() == lldb.eByteOrderLittle
+        return "<" if little else ">", {2: "H", 4: "I", 8: "Q"}[self.target.GetAddressByteSize()]
+
+    def read(self, address, size):
+        error = lldb.SBError()
+        data = self.process().ReadMemory(address, size, error)
+        if not error.Success():
+            raise walk.Unreadable
+        return data
+
+    def has_process(self):
+        return self.process().IsValid() and self.process().GetPluginName() not in (
+            "elf-core", "mach-o-core", "minidump")
+
+    def is_code(self, address):
+        section = self.target.ResolveLoadAddress(address).GetSection()
+        return section.IsValid() and section.GetPermissions() & lldb.ePermissionsExecutable != 0
+
+    def evaluated(self, expression):
+        frame = self.process().GetSelectedThread().GetSelectedFrame()
+        value = (frame if frame.IsValid() else self.target).EvaluateExpression(expression)
+        if value.GetError().Fail():
+            lines = value.GetError().GetCString().splitlines()
+            raise walk.Refused(lines[min(1, len(lines) - 1)].replace("error: ", ""))
+        return value
+
+    def type_of(self, type_name):
+        if type_name not in self.types:
+            try:
+                pointer = self.evaluated(f"({type_name}*)0")
+            except walk.Refused:
+                raise walk.Refused(f"there is no type '{type_name}'") from None
+            self.types[type_name] = pointer.GetType().GetPointeeType()
+        return self.types[type_name]
+
+    def cast(self, type_name, pointer):
+        size = self.target.GetAddressByteSize()
+        make = lldb.SBData.CreateDataFromUInt64Array if size == 8 else \
+            lldb.SBData.CreateDataFromUInt32Array
+        data = make(self.target.GetByteOrder(), size, [pointer])
+        return self.target.CreateValueFromData("pointer", data, self.type_of(type_name))
+
+    def kind(self, type_name):
+        try:
+            of_type = self.type_of(type_name).GetCanonicalType()
+        except walk.Refused:
+            return None
+        flags = of_type.GetTypeFlags()
+        return "pointer" if of_type.IsPointerType() else \
+            "integer" if flags & (lldb.eTypeIsInteger | lldb.eTypeIsEnumeration) else "other"
+
+    def goal(self, type_name, pointer):
+        """What a pointer points to as a value of LLDB, or the pointer itself."""
+        value = self.cast(type_name, pointer)
+        if not value.GetType().IsPointerType() or pointer == 0:
+            return value
+        to = value.GetType().GetPointeeType().GetCanonicalType()
+        plain = to.GetBasicType() == lldb.eBasicTypeVoid or to.GetByteSize() == 1
+        return value if plain else value.Dereference()
+
+    def shown(self, type_name, pointer):
+        value = self.goal(type_name, pointer)
+        if value.GetError().Fail() or (value.GetLoadAddress() not in (lldb.LLDB_INVALID_ADDRESS, 0) and
+                                       not value.GetData().IsValid()):
+            return f"<no memory at {pointer:#x}>"
+        return self.one_line(value)
+
+    def one_line(self, value):
+        if value.GetSummary():
+            return value.GetSummary()
+        if value.GetNumChildren() > 0 and not value.GetType().IsPointerType():
+            return "{" + ", ".join(f"{child.GetName()} = {self.one_line(child)}"
+                                   for child in value) + "}"
+        text = value.GetValue() or "?"
+        return hex(int(text, 16)) if value.GetType().IsPointerType() else text
+
+    def ordinal(self, type_name, pointer):
+        value = self.goal(type_name, pointer)
+        of_type = value.GetType().GetCanonicalType()
+        flags = of_type.GetTypeFlags()
+        if flags & lldb.eTypeIsFloat:
+            return float(value.GetValue())
+        if flags & (lldb.eTypeIsInteger | lldb.eTypeIsEnumeration):
+            signed = flags & lldb.eTypeIsSigned
+            return value.GetValueAsSigned() if signed else value.GetValueAsUnsigned()
+        if of_type.IsPointerType() and of_type.GetPointeeType().GetByteSize() == 1 and pointer:
+            error = lldb.SBError()
+            text = self.process().ReadCStringFromMemory(pointer, 1 << 16, error)
+            return text if error.Success() else None
+        return None
+
+    def first_descent(self, compare, keys):
+        # A loop in the process: one call takes as long as thousands there.
+        index = self.evaluated(
+            f"const void* keys[] = {{{', '.join(f'(void*){key}' for key in keys)}}}; int i = 1; "
+            f"while (i < {len(keys)} && ((int (*)(const void*, const void*)){compare})"
+            "(keys[i - 1], keys[i]) < 0) ++i; i").GetValueAsSigned()
+        return index if index < len(keys) else None
+
+    def limit(self):
+        settings = self.target.GetDebugger().GetInternalVariableValue
+        return int(settings("target.max-children-count", self.target.GetDebugger().GetInstanceName())
+                   .GetStringAtIndex(0))
+
+    def interrupted(self):
+        return self.target.GetDebugger().GetCommandInterpreter().WasInterrupted()
+
+    def say(self, text):
+        print(text, flush=True)
+
+
+DEBUGGER = Lldb()
+
+
+def command(function):
+    """A command of LLDB: prints what the function returns, or why it refused."""
+
+    def run(debugger, argument, result, _internals):
+        DEBUGGER.target, DEBUGGER.types = debugger.GetSelectedTarget(), {}
+        try:
+            text = function(argument)
+            if text:
+                result.AppendMessage(text)
+        except walk.Refused as refused:
+            result.SetError(str(refused))
+
+    return run
+
+
+def address_of(argument):
+    value = DEBUGGER.evaluated(argument)
+    is_object = value.GetType().GetCanonicalType().GetTypeClass() & (
+        lldb.eTypeClassStruct | lldb.eTypeClassClass | lldb.eTypeClassArray)
+    return (DEBUGGER.evaluated(f"&({argument})") if is_object else value).GetValueAsUnsigned()
+
+
+def set_type(attribute, name):
+    return lambda argument: setattr(DEBUGGER, attribute,
+                                    walk.checked_type(DEBUGGER, name, argument))
+
+
+qv_key_type = command(set_type("key_type", "qv-key-type"))
+qv_value_type = command(set_type("value_type", "qv-value-type"))
+qv_print = command(lambda argument: walk.text_at(DEBUGGER, address_of(argument)))
+qv_check = command(lambda argument: walk.check(DEBUGGER, address_of(argument)))
+
+
+def summary(value, _internals):
+    """Of a map or node, or of a pointer to one."""
+    DEBUGGER.target, DEBUGGER.types = value.GetTarget(), {}
+    is_pointer = value.GetType().IsPointerType()
+    address = value.GetValueAsUnsigned() if is_pointer else value.GetLoadAddress()
+    try:
+        return walk.text_at(DEBUGGER, address)
+    except walk.Refused as refused:
+        return f"<{refused}>"
+
+
+def __lldb_init_module(debugger, _internals):
+    for name in ("qv-key-type", "qv-value-type", "qv-print", "qv-check"):
+        debugger.HandleCommand(
+            f"command script add -f {__name__}.{name.replace('-', '_')} {name}")
+    debugger.HandleCommand(
+        f"type summary add -F {__name__}.summary qv_btree_s qv_btree_node_s qv_btree_t qv_btree_node_t")
