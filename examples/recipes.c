@@ -5,6 +5,24 @@
 #include <stdlib.h>
 #include <string.h>
 
+/* Comparators. */
+
+static int32_t compare_ints(const void* a, const void* b) {
+    const int left = *(const int*)a;
+    const int right = *(const int*)b;
+    return (left > right) - (left < right);
+}
+
+static int32_t compare_strings(const void* a, const void* b) {
+    return strcmp((const char*)a, (const char*)b);
+}
+
+static int32_t compare_numbers_in_pointers(const void* a, const void* b) {
+    const uintptr_t left = (uintptr_t)a;
+    const uintptr_t right = (uintptr_t)b;
+    return (left > right) - (left < right);
+}
+
 /* A map of strings to structures, both owned by the map. */
 
 typedef struct {
@@ -12,30 +30,8 @@ typedef struct {
     double price;
 } article_t;
 
-static int32_t compare_strings(const void* a, const void* b) {
-    return strcmp((const char*)a, (const char*)b);
-}
-
-/* A copy function cannot refuse: NULL would be stored, and compared. */
-static void* allocate_or_abort(size_t size) {
-    void* memory = malloc(size);
-    if (memory == NULL) {
-        abort();
-    }
-    return memory;
-}
-
-static void* copy_string(void* string) {
-    return strcpy(allocate_or_abort(strlen(string) + 1), string);
-}
-
-static void* copy_article(void* article) {
-    article_t* copy = allocate_or_abort(sizeof(article_t));
-    *copy = *(const article_t*)article;
-    return copy;
-}
-
-/* Detecting exhausted memory: true if the article is in the map afterwards. */
+/* Adds an article. Returns false, and keeps nothing, when the name is stored already or there is
+ * no memory. */
 static bool add_article(qv_btree_t* shop, const char* name, int stock, double price) {
     article_t* article = malloc(sizeof(article_t));
     char* key = malloc(strlen(name) + 1);
@@ -54,6 +50,7 @@ static bool add_article(qv_btree_t* shop, const char* name, int stock, double pr
 }
 
 /* Removing while walking. */
+
 static void remove_sold_out(qv_btree_t* shop) {
     qv_btree_node_t* node = qv_btree_first_node(shop);
     while (node != NULL) {
@@ -62,19 +59,8 @@ static void remove_sold_out(qv_btree_t* shop) {
     }
 }
 
-/* A prefix range: enters at the lower bound and leaves at the first name without the prefix. */
-static int count_with_prefix(qv_btree_t* shop, const char* prefix) {
-    int count = 0;
-    const void* first = qv_btree_low_bound(shop, prefix);
-    qv_btree_node_t* node = first != NULL ? qv_btree_find_node(shop, first) : NULL;
-    while (node != NULL && strncmp(qv_btree_node_key(node), prefix, strlen(prefix)) == 0) {
-        ++count;
-        node = qv_btree_next_node(node);
-    }
-    return count;
-}
-
 /* A visitor that ends the walk. */
+
 static bool is_cheap(void* name, void* value, void* found) {
     const article_t* article = value;
     if (article->price >= 1.0) {
@@ -82,6 +68,102 @@ static bool is_cheap(void* name, void* value, void* found) {
     }
     *(const char**)found = name;
     return true;
+}
+
+/* Ranges. */
+
+static qv_btree_node_t* lower_bound(qv_btree_t* map, const void* key) {
+    const void* first = qv_btree_low_bound(map, key);
+    return first != NULL ? qv_btree_find_node(map, first) : NULL;
+}
+
+static int count_with_prefix(qv_btree_t* shop, const char* prefix) {
+    int count = 0;
+    qv_btree_node_t* node = lower_bound(shop, prefix);
+    while (node != NULL && strncmp(qv_btree_node_key(node), prefix, strlen(prefix)) == 0) {
+        ++count;
+        node = qv_btree_next_node(node);
+    }
+    return count;
+}
+
+static qv_btree_node_t* upper_bound(qv_btree_t* map, const void* key) {
+    qv_btree_node_t* equal = qv_btree_find_node(map, key);
+    return equal != NULL ? qv_btree_next_node(equal) : lower_bound(map, key);
+}
+
+/* The other direction. */
+
+static int32_t compare_downwards(const void* a, const void* b) {
+    return compare_strings(b, a);
+}
+
+static void print_downwards_from(qv_btree_t* shop, const char* name) {
+    qv_btree_t* falling = qv_btree_new(compare_downwards, NULL, NULL);
+    qv_btree_assign(falling, shop, NULL, NULL);         /* The keys and values stay the shop's. */
+    qv_btree_node_t* node = lower_bound(falling, name); /* The largest name not above. */
+    for (; node != NULL; node = qv_btree_next_node(node)) {
+        printf(" %s", (const char*)qv_btree_node_key(node));
+    }
+    qv_btree_free(falling);
+}
+
+/* A set: a map whose values are NULL. */
+
+static size_t count_distinct(int* numbers, size_t count) {
+    qv_btree_t* set = qv_btree_new(compare_ints, NULL, NULL);
+    for (size_t i = 0; i < count; ++i) {
+        qv_btree_insert(set, &numbers[i], NULL);
+    }
+    const size_t distinct = qv_btree_size(set);
+    qv_btree_free(set);
+    return distinct;
+}
+
+/* A multimap: the key is made of two, and the second one tells equal ones apart. */
+
+typedef struct {
+    const char* customer;
+    int number;
+} order_t;
+
+static int32_t compare_orders(const void* a, const void* b) {
+    const order_t* left = a;
+    const order_t* right = b;
+    const int by_customer = strcmp(left->customer, right->customer);
+    return by_customer != 0 ? by_customer : compare_ints(&left->number, &right->number);
+}
+
+static int count_orders(qv_btree_t* orders, const char* customer) {
+    const order_t first = {customer, 0};
+    int count = 0;
+    qv_btree_node_t* node = lower_bound(orders, &first);
+    while (node != NULL &&
+           strcmp(((const order_t*)qv_btree_node_key(node))->customer, customer) == 0) {
+        ++count;
+        node = qv_btree_next_node(node);
+    }
+    return count;
+}
+
+/* Copies. A copy function cannot refuse: NULL would be stored, and compared. */
+
+static void* allocate_or_abort(size_t size) {
+    void* memory = malloc(size);
+    if (memory == NULL) {
+        abort();
+    }
+    return memory;
+}
+
+static void* copy_string(void* string) {
+    return strcpy(allocate_or_abort(strlen(string) + 1), string);
+}
+
+static void* copy_article(void* article) {
+    article_t* copy = allocate_or_abort(sizeof(article_t));
+    *copy = *(const article_t*)article;
+    return copy;
 }
 
 int main(void) {
@@ -94,6 +176,10 @@ int main(void) {
     const char* cheap = "nothing";
     qv_btree_foreach(shop, is_cheap, &cheap);
     printf("%d begin with ap, the first cheap one is %s\n", count_with_prefix(shop, "ap"), cheap);
+    printf("after bread comes %s, downwards from cake:",
+           (const char*)qv_btree_node_key(upper_bound(shop, "bread")));
+    print_downwards_from(shop, "cake");
+    printf("\n");
 
     /* Sharing: the view releases nothing, and must not outlive the shop's own entries. */
     qv_btree_t* view = qv_btree_copy(shop, NULL, NULL);
@@ -108,5 +194,22 @@ int main(void) {
     printf("%d left of %d\n", (int)qv_btree_size(shop), (int)qv_btree_size(archive));
     qv_btree_free(archive);
     qv_btree_free(shop);
+
+    int numbers[] = {3, 1, 3, 2, 1};
+    order_t placed[] = {{"Ada", 7}, {"Grace", 2}, {"Ada", 3}};
+    qv_btree_t* orders = qv_btree_new(compare_orders, NULL, NULL);
+    for (int i = 0; i < 3; ++i) {
+        qv_btree_insert(orders, &placed[i], NULL);
+    }
+    printf("%d distinct numbers, %d orders of Ada\n", (int)count_distinct(numbers, 5),
+           count_orders(orders, "Ada"));
+    qv_btree_free(orders);
+
+    qv_btree_t* squares = qv_btree_new(compare_numbers_in_pointers, NULL, NULL);
+    for (uintptr_t n = 1; n <= 9; ++n) {
+        qv_btree_insert(squares, (void*)n, (void*)(n * n));
+    }
+    printf("7 squared is %d\n", (int)(uintptr_t)qv_btree_find(squares, (const void*)7));
+    qv_btree_free(squares);
     return EXIT_SUCCESS;
 }

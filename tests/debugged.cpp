@@ -1,9 +1,9 @@
 // Maps for a debugger to look at; see debugger_test.sh.
 
-#include <qv/base/qv_btree.h>
-
 #include <cstring>
 #include <string>
+
+#include "qv_btree.h"
 
 struct point {
     int x, y;

@@ -13,8 +13,10 @@ g++ -std=c++17 -Isrc/base tools/draw_tree.cpp platform/std/hal_memory.cpp -o "$o
 copy=$(mktemp -d)
 trap 'rm -rf "$copy"' EXIT
 trap 'exit 1' HUP INT TERM
+repository=$PWD
 cp -R README.md CHANGELOG.md CONTRIBUTING.md docs src "$copy"
-cd "$copy"
-doxygen docs/Doxyfile
-mv html "$output"
+python3 tools/docs_links.py prepare "$copy"
+(cd "$copy" && doxygen docs/Doxyfile)
+mv "$copy/html" "$output"
+python3 tools/docs_links.py check "$output/html" "$repository"
 echo "docs: $output/html/index.html"

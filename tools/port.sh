@@ -101,10 +101,21 @@ cd "$build"
 for small in 4096 0; do
     # shellcheck disable=SC2086
     arm-none-eabi-g++ -mcpu=cortex-m0plus -mthumb -std=c++11 -Os -ffreestanding -fno-exceptions \
-        -fno-rtti -DNDEBUG "-DQV_BTREE_SMALL_MAP=$small" $warnings -Wold-style-cast -fstack-usage \
+        -fno-rtti -DNDEBUG "-DQV_BTREE_SMALL_MAP=$small" $warnings -Wold-style-cast -fcallgraph-info=su \
         "-I$source/src/base" -c "$source/src/base/qv_btree.cpp" -o "m0-$small.o"
     arm-none-eabi-size "m0-$small.o" | awk -v small="$small" \
         'NR == 2 { print "QV_BTREE_SMALL_MAP=" small ": code " $1 " bytes, data " $2 + $3 " bytes" }'
 done
-echo "stack of each function itself, in bytes, the largest first:"
-sed 's/.*:\([^:]*\)\t\([0-9]*\)\t.*/\2 \1/; s/(.*//' m0-4096.su | sort -rn | head -n 8
+echo "stack of each function with all that it calls of the library, in bytes, the largest first:"
+awk -F'"' '
+    function total(caller, called, count, i, deepest) {
+        count = split(calls[caller], called, "\n")
+        for (i = 2; i <= count; ++i) {
+            if (total(called[i]) > deepest) deepest = total(called[i])
+        }
+        return own[caller] + deepest
+    }
+    /^node/ && match($4, /[0-9]+ bytes/) { own[$2] = substr($4, RSTART, RLENGTH) + 0 }
+    /^edge/ { calls[$2] = calls[$2] "\n" $4 }
+    END { for (name in own) if (name ~ /^qv_btree_/) print total(name), name }
+' m0-4096.ci | sort -rn
