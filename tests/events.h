@@ -61,7 +61,7 @@ inline int32_t compare(const void* a, const void* b) {
     if (logs_comparisons) {
         event_log += event("compare ", num(a), ",", num(b));
     }
-    return num(a) < num(b) ? INT32_MIN : num(a) == num(b) ? 0 : 1;
+    return num(a) < num(b) ? INT32_MIN : num(a) == num(b) ? 0 : INT32_MAX;
 }
 
 inline void key_dtor(void* key) {
