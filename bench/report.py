@@ -138,7 +138,8 @@ def gnuplot(folder, name, size, script):
 
 def plot_verdict(results, folder):
     script = ("set multiplot layout 1,2\nset logscale x 2\nset grid\nset key outside bottom center "
-              "horizontal\nset xlabel 'time of qv_btree / time of the peer: left of 1 it is faster'\n"
+              "horizontal\nset xlabel 'time of qv_btree / time of the peer: left of 1 it is faster' "
+              "noenhanced\n"
               "set arrow from 1,graph 0 to 1,graph 1 nohead lw 2 lc rgb '#444444'\n"
               f"set xrange [0.25:32]\nset yrange [{len(VERDICT) - 0.5}:-0.5]\n"
               "set ytics (" + ", ".join(f"'{op}' {i}" for i, op in enumerate(VERDICT)) + ")\n")
@@ -146,7 +147,7 @@ def plot_verdict(results, folder):
         if comparator != COMPARATORS["boxed"]:
             continue
         script += "".join(f"$D{i} << EOD\n" + "".join(
-            f"{by_peer[OURS] / by_peer[peer]} {row}\n" for row, (_, by_peer) in enumerate(rows)
+            f"{by_peer[OURS] / by_peer[peer]} {row + (i - 1.5) / 6}\n" for row, (_, by_peer) in enumerate(rows)
             if peer in by_peer) + "EOD\n" for i, peer in enumerate(PEERS))
         script += f"set title '{entries:,} entries'\nplot " + ", ".join(
             f"$D{i} with points pt {(7, 5, 9, 13)[i]} ps 1.2 title '{peer}' noenhanced"

@@ -49,7 +49,7 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// What the system just said, as an exception.
+// The system's last error, as an exception.
 std::runtime_error failure(const std::string& what) {
     return std::runtime_error(what + ": " + std::strerror(errno));
 }
@@ -81,7 +81,7 @@ std::string folded(std::string text) {
     return text;
 }
 
-// Takes the next word of line from position at on; empty when there is none.
+// Returns the next word of line, from position at on, and moves at to its end; empty without one.
 std::string next_word(const std::string& line, std::size_t& at) {
     while (at < line.size() && !is_letter(line[at])) {
         ++at;
@@ -122,7 +122,7 @@ Map new_map() {
     return words;
 }
 
-// The uses of word, which is entered without any when it is new.
+// Returns the uses of word; a new word is inserted with none.
 Uses& uses_of(qv_btree_t* words, const std::string& word) {
     if (void* stored = qv_btree_find(words, &word)) {
         return *static_cast<Uses*>(stored);
@@ -132,7 +132,7 @@ Uses& uses_of(qv_btree_t* words, const std::string& word) {
     const std::size_t size = qv_btree_size(words);
     qv_btree_insert(words, key.get(), value.get());
     if (qv_btree_size(words) == size) {
-        throw std::bad_alloc();  // The map took nothing: both are still ours.
+        throw std::bad_alloc();  // Nothing was stored: both are still ours.
     }
     static_cast<void>(key.release());
     return *value.release();
@@ -168,7 +168,7 @@ void read_file(qv_btree_t* words, const Options& options, std::size_t file) {
             return;
         }
     } catch (const std::ios_base::failure&) {
-        // A directory opens and then fails to read: reported as a file that does not open is.
+        // A directory can be opened but not read: reported like a file that cannot be opened.
     }
     throw failure("cannot read " + name);
 }
@@ -201,7 +201,7 @@ void print_word(const std::string& word, const Uses& uses, const Options& option
     write("\n");
 }
 
-// Enters the map at the first word in question and leaves it at the first one beyond.
+// Walks from the first word that is asked for to the first one after the range.
 void print_words(qv_btree_t* words, const Options& options) {
     const std::string& start = std::max(options.prefix, options.from);
     const void* first = qv_btree_low_bound(words, &start);
@@ -231,7 +231,7 @@ unsigned long long parse_number(const std::string& text) {
     throw UsageError("not a number: '" + text + "'");
 }
 
-// Returns false when all there is to do is to print the usage.
+// Returns false when only the usage is asked for.
 bool parse_options(int argc, char** argv, Options& options) {
     const option known[] = {{"prefix", required_argument, nullptr, 'p'},
                             {"from", required_argument, nullptr, 'f'},

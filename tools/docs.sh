@@ -1,6 +1,6 @@
 #!/bin/sh
-# The public headers and the guides as HTML in build/docs/html, and the drawing of a map of today as
-# build/docs/tree.svg. Called by ./dev docs and ./dev check, which install what this needs.
+# The public headers and the guides as HTML in build/docs/html, and a map as the source of today draws
+# it, in build/docs/tree.svg. Called by ./dev docs and ./dev check, which install what this needs.
 set -eu
 cd "$(dirname "$0")/.."
 output=$PWD/build/docs
