@@ -66,7 +66,7 @@ public:
     };
     explicit Entries(const Map& map) : map_(map.get()) {}
     Iterator begin() const { return {qv_btree_first_node(map_)}; }
-    Iterator end() const { return {nullptr}; }
+    static Iterator end() { return {nullptr}; }
 
 private:
     const qv_btree_t* map_;
