@@ -709,7 +709,7 @@ static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv
     while (node != nullptr) {
         qv_btree_node_t* const next = qv_btree_next_node(node);
         if (next != nullptr) {
-            qv_btree_prefetch(next->key);
+            qv_btree_prefetch(next->key);  // for the next round, whose calls will dereference it
         }
         void* const key = key_copy != nullptr ? key_copy(node->key) : node->key;
         void* const value = value_copy != nullptr ? value_copy(node->value) : node->value;
