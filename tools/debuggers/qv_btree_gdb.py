@@ -140,13 +140,17 @@ class TypeParameter(gdb.Parameter):
 
 class MapPrinter:
     def __init__(self, value):
-        self.map = walk.read_map(DEBUGGER, int(value.address))
+        try:
+            self.map = walk.read_map(DEBUGGER, int(value.address))
+            self.title = walk.title(self.map)
+        except walk.Refused as refused:  # For instance before the pointer to the map is set.
+            self.map, self.title = None, f"<{refused}>"
 
     def to_string(self):
-        return walk.title(self.map)
+        return self.title
 
     def children(self):
-        for node in walk.entries(DEBUGGER, self.map):
+        for node in walk.entries(DEBUGGER, self.map) if self.map else ():
             yield "key", DEBUGGER.goal(DEBUGGER.key_type, node.key)
             yield "value", DEBUGGER.goal(DEBUGGER.value_type, node.value)
 
