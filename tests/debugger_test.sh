@@ -10,7 +10,7 @@ cd "$work"
 whole=$("$2" --version | sed -n 's/.*clang.*/-fstandalone-debug/p') # or std::string is not described
 for program in full bare; do # bare: with a library that has no debug information
     "$2" "-g$([ $program = full ] || echo 0)" -c "$source/src/base/qv_btree.cpp"
-    "$2" -std=c++17 -g $whole -I"$source/src/base" "$source/tests/debugged.cpp" qv_btree.o \
+    "$2" -std=c++17 -g ${whole:+"$whole"} -I"$source/src/base" "$source/tests/debugged.cpp" qv_btree.o \
         "$source/platform/std/hal_memory.cpp" -o $program
 done
 
