@@ -126,13 +126,14 @@ TEST_F(Ownership, RemovalDropsAnEntryThatTheBalancedTreeNoLongerHolds) {
 }
 
 TEST_F(Ownership, ClearAndFreeDropInAscendingOrderAndReleaseEachEntryAtOnce) {
-    fill({2, 1});
+    fill({2, 1, 3});
     const std::string all =
-        "drop key 1 at size 2; drop value 10 at size 2; release 1 at size 2; "
-        "drop key 2 at size 2; drop value 20 at size 2; release 2 at size 2";
+        "drop key 1 at size 3; drop value 10 at size 3; release 1 at size 3; "
+        "drop key 2 at size 3; drop value 20 at size 3; release 2 at size 3; "
+        "drop key 3 at size 3; drop value 30 at size 3; release 3 at size 3";
     EXPECT_EVENTS(qv_btree_clear(map), all);
     EXPECT_EVENTS(qv_btree_clear(map), "");
-    fill({2, 1});
+    fill({2, 1, 3});
     EXPECT_EVENTS(qv_btree_free(map), all + "; release map");
     map = nullptr;
 }
@@ -152,7 +153,7 @@ TEST_F(Memory, ANewEntryAllocatesOnceAndARefusedOneChangesNothingAndDropsNothing
     CheckedMap checked;
     for (const Int key : {5, 2, 8, 1, 3, 9, 4}) {
         refuse_in = 1;
-        checked.insert(key, key);
+        checked.insert(key, key);  // is refused.
         checked.insert(key, key);
         checked.replace(key, 5);
     }
