@@ -61,7 +61,10 @@ inline int32_t compare(const void* a, const void* b) {
     if (logs_comparisons) {
         event_log += event("compare ", num(a), ",", num(b));
     }
-    return num(a) < num(b) ? INT32_MIN : num(a) == num(b) ? 0 : INT32_MAX;
+    const Int difference = num(a) - num(b);  // Neighbours give 1 and -1, others the extremes.
+    return difference < -1  ? INT32_MIN
+           : difference > 1 ? INT32_MAX
+                            : static_cast<int32_t>(difference);
 }
 
 inline void key_dtor(void* key) {
