@@ -1,5 +1,6 @@
 /* What a map is used for, in C99; docs/recipes.md explains each part. */
 
+#include <assert.h>
 #include <qv/base/qv_btree.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -21,6 +22,25 @@ static int32_t compare_numbers_in_pointers(const void* a, const void* b) {
     const uintptr_t left = (uintptr_t)a;
     const uintptr_t right = (uintptr_t)b;
     return (left > right) - (left < right);
+}
+
+/* What finds a comparator that breaks its laws, and a key that was changed while it was stored. */
+
+static int32_t compare_strings_checked(const void* a, const void* b) {
+    const int32_t answer = compare_strings(a, b);
+    const int32_t opposite = compare_strings(b, a);
+    assert((answer < 0) == (opposite > 0) && (answer > 0) == (opposite < 0));
+    (void)opposite; /* Unused where assertions are off. */
+    return answer;
+}
+
+static void assert_ascending(const qv_btree_t* map) {
+    qv_btree_node_t* node = qv_btree_first_node(map);
+    qv_btree_node_t* next = node;
+    while (next != NULL && (next = qv_btree_next_node(node)) != NULL) {
+        assert(compare_strings(qv_btree_node_key(node), qv_btree_node_key(next)) < 0);
+        node = next;
+    }
 }
 
 /* A map of strings to structures, both owned by the map. */
@@ -173,6 +193,10 @@ int main(void) {
         qv_btree_free(shop);
         return EXIT_FAILURE;
     }
+    assert_ascending(shop);
+    qv_btree_t* checked = qv_btree_new(compare_strings_checked, NULL, NULL);
+    qv_btree_assign(checked, shop, NULL, NULL);
+    qv_btree_free(checked);
     const char* cheap = "nothing";
     qv_btree_foreach(shop, is_cheap, &cheap);
     printf("%d begin with ap, the first cheap one is %s\n", count_with_prefix(shop, "ap"), cheap);

@@ -46,7 +46,9 @@ done
 echo "== every header alone, twice in one file; the library in every language version"
 for header in $(cd src/base && find . -name '*.h'); do
     twice=$(printf '#include "%s"\n#include "%s"\ntypedef int not_empty;\n' "$header" "$header")
-    for standard in c99 c11; do
+    in_c='c99 c11'
+    [ "$header" != ./qv_memory.h ] || in_c= # Only the library's own source includes it.
+    for standard in $in_c; do
         for compiler in gcc clang; do
             # shellcheck disable=SC2086
             echo "$twice" | $compiler -x c -std=$standard $warnings -Isrc/base -fsyntax-only -

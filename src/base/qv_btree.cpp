@@ -10,11 +10,11 @@
 //   4. nnodes is the number of nodes reachable from root.
 //   5. An entry stays in its node: no operation moves a key or a value from one node to another.
 //
-// Nodes have no parent pointers. Insertion and removal must go back up the tree, so they record the
-// ancestors in a path on their way down: path[0] is NULL, standing for the parent of the root, and
-// path[n] is the node at level n, the root being level 1. Insertion lets no entry lie below level
-// QV_BTREE_MAX_LEVELS, so a path has room for every ancestor of every node, and nothing else needs
-// to look for its end.
+// Nodes have no parent pointers. Insertion and removal climb back up the tree, so they record the
+// ancestors in a path on their way down: path[0] is NULL, for the missing parent of the root, and
+// path[n] is the node at level n, the root being level 1. Insertion refuses an entry below level
+// QV_BTREE_MAX_LEVELS, so a path has room for every ancestor of every node, and nothing else tests
+// for its end.
 
 #include "qv_btree.h"
 
@@ -41,18 +41,16 @@ struct qv_btree_s {
 };
 
 // An insertion below this level is refused. The sparsest tree of 40 levels has 267,914,295 entries:
-// that is the smallest map to which it can happen, and only if the map was built in the worst
-// order.
+// no smaller map can refuse one.
 constexpr size_t QV_BTREE_MAX_LEVELS = 40;
 
-// Up to this many entries a lookup takes more time for mispredicted turns than for waiting on
-// memory. A platform that predicts no turns may set 0, and saves the code of one of the two
-// searches.
+// Up to this many entries a lookup loses more time to mispredicted branches than to cache misses. A
+// platform without branch prediction may set 0, and saves the code of one of the two searches.
 #ifndef QV_BTREE_SMALL_MAP
 #define QV_BTREE_SMALL_MAP 4096
 #endif
 
-// Asks for an object that will soon be needed; does nothing where the compiler cannot.
+// Loads an object into the cache ahead of its use; does nothing where the compiler cannot.
 static inline void qv_btree_prefetch(const void* object) {
 #if defined(__GNUC__)
     __builtin_prefetch(object);
@@ -90,8 +88,8 @@ qv_btree_node_t* qv_btree_next_node(qv_btree_node_t* node) {
     assert(node != nullptr);
     qv_btree_node_t* tmp = node->right;
     if (node->right_child != 0) {
-        // A walk comes back to every node on this way down, and turns right there. What lies to the
-        // right is fetched now, while the walk is busy with the smaller keys.
+        // A walk comes back to every node on this way down and takes its right link. The node there
+        // is loaded now, while the walk is busy with the smaller keys.
         qv_btree_prefetch(tmp->right);
         while (tmp->left_child != 0) {
             tmp = tmp->left;
@@ -123,18 +121,17 @@ void* qv_btree_node_value(qv_btree_node_t* node) {
 // Search
 
 // Where a search ended: at a node with an equal key, or at one whose link on the key's side is a
-// thread. In an empty map it ends at NULL, on level 0.
-struct qv_btree_place_t {
-    qv_btree_node_t** path;  // the ancestors of node, as far as the search recorded them
+// thread. In an empty map it ends at NULL on level 0, as if to the left of it.
+typedef struct qv_btree_place_s {
     qv_btree_node_t* node;
     size_t level;  // of node
     int32_t cmp;   // the comparator's last answer, for the key and that of node
-};
+} qv_btree_place_t;
 
 // What a search is for. All searches compare from the root downwards, with key first.
 enum class qv_btree_goal {
     EQUAL,      // ends at an equal key
-    LOW_BOUND,  // at an equal key goes on to the left, as at any larger key
+    LOW_BOUND,  // goes on to the left at an equal key, as at any larger key
 };
 
 // Takes if_left for a mask of zeros and if_right for one of ones: by arithmetic, so that no
@@ -149,46 +146,51 @@ static inline T* qv_btree_select(uintptr_t mask, T* if_left, T* if_right) {
                                                 reinterpret_cast<uintptr_t>(if_right)));
 }
 
-// For nodes that the cache holds. A mispredicted turn would cost more than anything else there, so
-// every turn is taken without a branch. Records no path.
-static inline qv_btree_place_t qv_btree_search_in_cache(const qv_btree_t* t, const void* key,
-                                                        qv_comparator_pt key_compare,
-                                                        qv_btree_goal goal) {
+// There are two searches. In a small map, which the cache holds, a lookup spends most of its time
+// on mispredicted branches, so it has none. A larger map waits for memory, and an update for the
+// work after the search: branch prediction lets the processor begin both before the comparator
+// answers.
+
+static inline qv_btree_place_t qv_btree_search_without_branches(const qv_btree_t* t,
+                                                                const void* key,
+                                                                qv_comparator_pt key_compare,
+                                                                qv_btree_goal goal) {
     qv_btree_node_t* node = t->root;
     void* node_key = node->key;
     for (size_t level = 1;; ++level) {
         // Both keys that may come next are loaded while the comparator is busy, so that the next
-        // comparison only waits for the choice between them. A link may be a thread or NULL: the
-        // search ends there, and what was loaded through it is not used.
+        // comparison only waits for the choice between them. Where a link is a thread or NULL the
+        // search ends, and what was loaded through it is not used.
         void* const left_key = qv_btree_node_key(node->left);
         void* const right_key = qv_btree_node_key(node->right);
         const int32_t cmp = key_compare(key, node_key);
         const uintptr_t mask = uintptr_t{0} - static_cast<uintptr_t>(cmp > 0);
         const bool is_child = qv_btree_select(mask, node->left_child, node->right_child) != 0;
         if (!is_child || (cmp == 0 && goal == qv_btree_goal::EQUAL)) {
-            return {nullptr, node, level, cmp};
+            return {node, level, cmp};
         }
         node_key = qv_btree_select(mask, left_key, right_key);
         node = qv_btree_select(mask, node->left, node->right);
     }
 }
 
-// For nodes that have to come from memory, and for updates. Fetches both nodes that may come next
-// while the comparator is busy, and leaves the turn to a branch: the processor then goes on with
-// the turn that it expects, and has done much of the work that follows the search by the time the
-// comparator answers.
-static inline qv_btree_place_t qv_btree_search_in_memory(const qv_btree_t* t, const void* key,
-                                                         qv_comparator_pt key_compare,
-                                                         qv_btree_goal goal,
-                                                         qv_btree_node_t** path) {
+// Records the ancestors of where it ends, unless path is NULL.
+static inline qv_btree_place_t qv_btree_search_with_branches(const qv_btree_t* t, const void* key,
+                                                             qv_comparator_pt key_compare,
+                                                             qv_btree_goal goal,
+                                                             qv_btree_node_t** path) {
     qv_btree_node_t* node = t->root;
+    if (path != nullptr) {
+        path[0] = nullptr;
+    }
     for (size_t level = 1;; ++level) {
+        // Both nodes that may come next are loaded while the comparator is busy.
         qv_btree_prefetch(node->left);
         qv_btree_prefetch(node->right);
         const int32_t cmp = key_compare(key, node->key);
         const bool is_child = (cmp > 0 ? node->right_child : node->left_child) != 0;
         if (!is_child || (cmp == 0 && goal == qv_btree_goal::EQUAL)) {
-            return {path, node, level, cmp};
+            return {node, level, cmp};
         }
         if (path != nullptr) {
             path[level] = node;
@@ -197,29 +199,24 @@ static inline qv_btree_place_t qv_btree_search_in_memory(const qv_btree_t* t, co
     }
 }
 
-// Searches, and records the ancestors of the end in path. A lookup does not go back up: it passes
-// NULL for path, and needs no memory for one.
+// Records the ancestors of where it ends in path; lookups, which do not climb back, pass NULL.
 static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* key,
                                                qv_comparator_pt key_compare, qv_btree_goal goal,
                                                qv_btree_node_t** path) {
-    if (path != nullptr) {
-        path[0] = nullptr;
-    }
     if (t->root == nullptr) {
-        return {path, nullptr, 0, 0};
+        return {nullptr, 0, -1};
     }
     if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP && path == nullptr) {
-        return qv_btree_search_in_cache(t, key, key_compare, goal);
+        return qv_btree_search_without_branches(t, key, key_compare, goal);
     }
-    return qv_btree_search_in_memory(t, key, key_compare, goal, path);
+    return qv_btree_search_with_branches(t, key, key_compare, goal, path);
 }
 
 // ---------------------------------------------------------------------------------------------
 // Rebalancing
 
 /*
- * The two rotations undo each other. Each returns the new root of the subtree, for the caller to
- * hang where the old root hung:
+ * The two rotations undo each other. Each returns the new root of the subtree:
  *
  *        x                              y
  *       / \      rotate_left(x)        / \
@@ -227,30 +224,16 @@ static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* 
  *         / \    <--------------     / \
  *        b   c   rotate_right(y)    a   b
  *
- * Without the inner subtree b, the link in its place is a thread between x and y, which turns
- * around with them:
+ * Where b is missing, its link is a thread between x and y, and changes sides as b would.
  *
- *        x                              y
- *       / \      rotate_left(x)        / \
- *      a   y     -------------->      x   c
- *         : \    <--------------     / :
- *    x <..:  c   rotate_right(y)    a  :..> y
- *
- * The new balances follow from the old ones. Let a, b and c be the heights of the subtrees. Before
- * rotate_left, with max(b, c) = b + max(y_balance, 0),
- *
- *     y_balance = c - b
- *     x_balance = 1 + max(b, c) - a, which is at least 1
- *
- * and after it
+ * With a, b and c for the heights, before rotate_left: y_balance = c - b, and x_balance =
+ * 1 + max(b, c) - a >= 1, where max(b, c) = b + max(y_balance, 0). After it,
  *
  *     x->balance = b - a              =  x_balance - 1 - max(y_balance, 0)
- *     y->balance = c - 1 - max(a, b)  =  min(c - a - 1, y_balance - 1)
- *                                     =  min(x_balance - 2, y_balance - 1)
+ *     y->balance = c - 1 - max(a, b)  =  min(x_balance - 2, y_balance - 1)
  *
- * The last step: where y_balance >= 0, c is max(b, c), so c - a is x_balance - 1. Where
- * y_balance < 0, both minima are y_balance - 1: x_balance = 1 + b - a is at least 1, so that a <= b
- * and max(a, b) is b. rotate_right is the mirror image: signs change, min and max change places.
+ * as c - 1 - a = x_balance - 2 for y_balance >= 0, and for y_balance < 0 a <= b makes y_balance - 1
+ * the smaller. rotate_right is the mirror image: signs change, min and max change places.
  */
 
 static inline int qv_btree_min(int a, int b) {
@@ -289,29 +272,33 @@ static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* y) {
     return x;
 }
 
-// Brings a node of balance -2 or +2 back into bounds. A child that leans the other way is rotated
-// first; one of balance 0, which only a removal can meet, must not be.
+// Brings the balance of node back into bounds where it is out of them, and returns the root of the
+// subtree. A child with the opposite sign is rotated first; one of balance 0, which only a removal
+// can meet, must not be.
 static qv_btree_node_t* qv_btree_node_balance(qv_btree_node_t* node) {
-    if (node->balance < 0) {
+    if (node->balance < -1) {
         if (node->left->balance > 0) {
             node->left = qv_btree_node_rotate_left(node->left);
         }
         return qv_btree_node_rotate_right(node);
     }
-    if (node->right->balance < 0) {
-        node->right = qv_btree_node_rotate_right(node->right);
+    if (node->balance > 1) {
+        if (node->right->balance < 0) {
+            node->right = qv_btree_node_rotate_right(node->right);
+        }
+        return qv_btree_node_rotate_left(node);
     }
-    return qv_btree_node_rotate_left(node);
+    return node;
 }
 
-// Tells whether node, a child of parent or the root, is a left child. The link needs no look at its
-// flag: a left thread of parent leads to a node outside its subtree, which node is not.
+// Returns whether node, a child of parent or the root, is a left child. The flag of the link does
+// not matter: a left thread of parent leads to a node outside its subtree, which node is not.
 static inline bool qv_btree_is_left_node(const qv_btree_node_t* parent,
                                          const qv_btree_node_t* node) {
     return parent != nullptr && parent->left == node;
 }
 
-// Hangs subtree on the left or right of parent, or makes it the whole tree when parent is NULL.
+// Makes subtree the left or right child of parent, or the whole tree where parent is NULL.
 static void qv_btree_relink(qv_btree_t* t, qv_btree_node_t* parent, bool left_node,
                             qv_btree_node_t* subtree) {
     if (parent == nullptr) {
@@ -323,39 +310,21 @@ static void qv_btree_relink(qv_btree_t* t, qv_btree_node_t* parent, bool left_no
     }
 }
 
-// How the height of a subtree has changed: by one level.
-enum class qv_btree_change { GROWN, SHRUNK };
-
-// Updates the balance of parent after a change in its left or right subtree.
-static void qv_btree_node_lean(qv_btree_node_t* parent, bool left_node, qv_btree_change change) {
-    if (left_node == (change == qv_btree_change::GROWN)) {
-        --parent->balance;
-    } else {
-        ++parent->balance;
-    }
-}
-
-// Balances the tree from path[level] upwards. One subtree of that node has changed, and the node's
-// balance says so already.
+// Adjusts the balances from path[level] upwards, and rotates where one is out of bounds. The height
+// of that node's left subtree, or else of its right one, has changed by change: +1 or -1.
 static void qv_btree_rebalance(qv_btree_t* t, qv_btree_node_t* const* path, size_t level,
-                               qv_btree_change change) {
-    qv_btree_node_t* node = path[level];
-    while (node != nullptr) {
+                               bool left_node, int change) {
+    for (qv_btree_node_t* node = path[level]; node != nullptr; node = path[level]) {
         qv_btree_node_t* const parent = path[--level];
-        const bool left_node = qv_btree_is_left_node(parent, node);
-        if (node->balance < -1 || node->balance > 1) {
-            node = qv_btree_node_balance(node);
-            qv_btree_relink(t, parent, left_node, node);
+        node->balance = static_cast<int8_t>(node->balance + (left_node ? -change : change));
+        left_node = qv_btree_is_left_node(parent, node);
+        node = qv_btree_node_balance(node);
+        qv_btree_relink(t, parent, left_node, node);
+        // A subtree in which one side has grown is taller unless its balance is 0 now; one in which
+        // a side has shrunk is shorter only if its balance is 0 now.
+        if ((node->balance == 0) == (change > 0)) {
+            return;  // Its height is unchanged, and so are all balances above.
         }
-        // Around a subtree that has grown, the whole is taller unless it ended even. Around one
-        // that has shrunk, the whole is shorter only if it ended even.
-        const bool ended_even = node->balance == 0;
-        const bool height_changed = ended_even == (change == qv_btree_change::SHRUNK);
-        if (!height_changed || parent == nullptr) {
-            return;  // Nothing above notices.
-        }
-        qv_btree_node_lean(parent, left_node, change);
-        node = parent;
     }
 }
 
@@ -395,48 +364,15 @@ static void qv_btree_node_destroy_entry(const qv_btree_t* t, const qv_btree_node
     }
 }
 
-#ifdef QV_BTREE_CHECKED
-#include <stdio.h>
-#include <stdlib.h>
-
-// Aborts unless the comparator says the opposite of cmp, its answer for key and other, when asked
-// the other way round.
-static void qv_btree_check_opposite(const qv_btree_t* t, const void* key, const void* other,
-                                    int32_t cmp) {
-    const int32_t opposite = t->key_compare(other, key);
-    if ((opposite < 0) != (cmp > 0) || (opposite > 0) != (cmp < 0)) {
-        static_cast<void>(fputs(
-            "qv_btree: the comparator contradicts itself, or a stored key was changed\n", stderr));
-        abort();
+static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool replace) {
+    if (t == nullptr) {
+        return;
     }
-}
-
-// Checks the answers at the end of an insertion's search. A key that was changed while it was
-// stored leads a search astray, to its own neighbour: so the two entries on each side are checked
-// as well.
-static void qv_btree_check_end(const qv_btree_t* t, const void* key, const qv_btree_place_t& end) {
-    qv_btree_check_opposite(t, key, end.node->key, end.cmp);
-    qv_btree_node_t* node = end.node;
-    for (int i = 0; i < 2 && qv_btree_node_previous(node) != nullptr; ++i) {
-        node = qv_btree_node_previous(node);
-    }
-    for (int i = 0; i < 4 && qv_btree_next_node(node) != nullptr; ++i) {
-        qv_btree_check_opposite(t, node->key, qv_btree_next_node(node)->key, -1);
-        node = qv_btree_next_node(node);
-    }
-}
-#endif
-
-// Stores an entry where the search for its key ended.
-static inline void qv_btree_insert_at(qv_btree_t* t, const qv_btree_place_t& end, void* key,
-                                      void* value, bool replace) {
+    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
+    const qv_btree_place_t end =
+        qv_btree_search(t, key, t->key_compare, qv_btree_goal::EQUAL, path);
     qv_btree_node_t* const node = end.node;
-#ifdef QV_BTREE_CHECKED
-    if (node != nullptr) {
-        qv_btree_check_end(t, key, end);
-    }
-#endif
-    if (node != nullptr && end.cmp == 0) {
+    if (end.cmp == 0) {
         qv_btree_node_overwrite(t, node, key, value, replace);
         return;
     }
@@ -452,31 +388,20 @@ static inline void qv_btree_insert_at(qv_btree_t* t, const qv_btree_place_t& end
         t->root = child;
         return;
     }
-    // The child takes over the thread that stood in its place; its other one leads to its parent.
+    // The child takes over the thread in whose place it comes; its other thread leads to its
+    // parent.
     const bool left_node = end.cmp < 0;
     child->left = left_node ? node->left : node;
     child->right = left_node ? node : node->right;
     (left_node ? node->left : node->right) = child;
     (left_node ? node->left_child : node->right_child) = 1;
-    qv_btree_node_lean(node, left_node, qv_btree_change::GROWN);
-    // Not recorded by the search: at the lowest level the path has no room for the end itself.
-    end.path[end.level] = node;
-    qv_btree_rebalance(t, end.path, end.level, qv_btree_change::GROWN);
+    path[end.level] = node;  // Not recorded by the search: at the lowest level it has no slot.
+    qv_btree_rebalance(t, path, end.level, left_node, +1);
 }
 
-static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool replace) {
-    if (t == nullptr) {
-        return;
-    }
-    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
-    qv_btree_insert_at(t, qv_btree_search(t, key, t->key_compare, qv_btree_goal::EQUAL, path), key,
-                       value, replace);
-}
-
-// Puts the successor of node in its place, where node has two children. Returns the level from
-// which to rebalance.
-static size_t qv_btree_node_replace_by_successor(qv_btree_t* t, const qv_btree_place_t& found) {
-    qv_btree_node_t** const path = found.path;
+// Puts the successor of a node with two children in its place.
+static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** path,
+                                               const qv_btree_place_t& found) {
     qv_btree_node_t* const node = found.node;
     qv_btree_node_t* const parent = path[found.level - 1];
 
@@ -488,32 +413,32 @@ static size_t qv_btree_node_replace_by_successor(qv_btree_t* t, const qv_btree_p
         next = next->left;
     }
     path[found.level] = next;
-    qv_btree_node_previous(node)->right = next;
-    next->balance = node->balance;
-    if (level == found.level) {
-        --next->balance;  // As the right child itself it keeps its right subtree, one level lower.
-    } else {
+    const bool lies_deeper = level > found.level;
+    if (lies_deeper) {
         qv_btree_node_t* const nextp = path[level];
         if (next->right_child != 0) {
             nextp->left = next->right;
         } else {
             nextp->left_child = 0;  // The link still leads to next, now as a thread.
         }
-        ++nextp->balance;
         next->right_child = 1;
         next->right = node->right;
     }
+    qv_btree_node_previous(node)->right = next;
     next->left_child = 1;
     next->left = node->left;
+    next->balance = node->balance;
     qv_btree_relink(t, parent, qv_btree_is_left_node(parent, node), next);
-    return level;
+    // What has shrunk is the left subtree of nextp or, around the right child, next's right one.
+    qv_btree_rebalance(t, path, level, lies_deeper, -1);
 }
 
 // Takes a node with at most one child out of the tree: the child takes its place or, where there is
-// none, a thread. Returns the level from which to rebalance.
-static size_t qv_btree_node_unlink(qv_btree_t* t, const qv_btree_place_t& found) {
+// none, a thread.
+static void qv_btree_node_unlink(qv_btree_t* t, qv_btree_node_t** path,
+                                 const qv_btree_place_t& found) {
     qv_btree_node_t* const node = found.node;
-    qv_btree_node_t* const parent = found.path[found.level - 1];
+    qv_btree_node_t* const parent = path[found.level - 1];
     const bool left_node = qv_btree_is_left_node(parent, node);
 
     if (node->left_child != 0) {
@@ -529,10 +454,7 @@ static size_t qv_btree_node_unlink(qv_btree_t* t, const qv_btree_place_t& found)
             (left_node ? parent->left_child : parent->right_child) = 0;
         }
     }
-    if (parent != nullptr) {
-        qv_btree_node_lean(parent, left_node, qv_btree_change::SHRUNK);
-    }
-    return found.level - 1;
+    qv_btree_rebalance(t, path, found.level - 1, left_node, -1);
 }
 
 static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
@@ -544,14 +466,14 @@ static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
     qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
     const qv_btree_place_t found = qv_btree_search(t, key, key_compare, qv_btree_goal::EQUAL, path);
     qv_btree_node_t* const node = found.node;
-    if (node == nullptr || found.cmp != 0) {
+    if (found.cmp != 0) {
         return false;
     }
-    const bool two_children = node->left_child != 0 && node->right_child != 0;
-    const size_t level = two_children ? qv_btree_node_replace_by_successor(t, found)
-                                      : qv_btree_node_unlink(t, found);
-    qv_btree_rebalance(t, path, level, qv_btree_change::SHRUNK);
-
+    if (node->left_child != 0 && node->right_child != 0) {
+        qv_btree_node_replace_by_successor(t, path, found);
+    } else {
+        qv_btree_node_unlink(t, path, found);
+    }
     if (!steal) {
         qv_btree_node_destroy_entry(t, node);
     }
@@ -704,19 +626,12 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key) {
 
 static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv_copy_pt key_copy,
                                    qv_copy_pt value_copy) {
-    qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
     qv_btree_node_t* node = qv_btree_first_node(other);
-    while (node != nullptr) {
-        qv_btree_node_t* const next = qv_btree_next_node(node);
-        if (next != nullptr) {
-            qv_btree_prefetch(next->key);  // for the next round, whose calls will dereference it
-        }
+    for (; node != nullptr; node = qv_btree_next_node(node)) {
+        qv_btree_prefetch(qv_btree_node_key(qv_btree_next_node(node)));  // for the next round
         void* const key = key_copy != nullptr ? key_copy(node->key) : node->key;
         void* const value = value_copy != nullptr ? value_copy(node->value) : node->value;
-        const qv_btree_place_t end =
-            qv_btree_search(tree, key, tree->key_compare, qv_btree_goal::EQUAL, path);
-        qv_btree_insert_at(tree, end, key, value, /*replace=*/false);
-        node = next;
+        qv_btree_insert(tree, key, value);
     }
 }
 

@@ -10,6 +10,7 @@
 #include <stddef.h>
 
 #include "basictypes.h"
+#include "hal/hal_memory.h" /* so that a program's own definitions get the right linkage and types */
 
 #ifdef __cplusplus
 extern "C" {
@@ -18,8 +19,7 @@ extern "C" {
 /**
  * An ordered map.
  *
- * The contract below holds for every function of this header; each function adds only what is its
- * own. Costs are given for a map of n entries and count comparator calls and steps alike.
+ * This contract holds for every function below; what a function promises besides is said there.
  *
  * **Comparator.** For as long as keys are stored, the comparator must order them as one total
  * order. It gives three answers: less than 0, 0, or greater than 0. The answer for the same two
@@ -31,12 +31,11 @@ extern "C" {
  * comparator that can order it (but see qv_btree_low_bound() and qv_btree_remove_until()), and NULL
  * is a value like any other.
  *
- * **Ownership.** Storing an entry hands its key and its value to the map in one sense only: the
- * map calls the key destructor for a key, and the value destructor for a value, that it no longer
- * stores. A NULL destructor means that the map never releases that kind of object and the caller
- * keeps that duty. When one entry or all of them are removed, the key's destructor runs before the
- * value's. When an equal key arrives, the stored value's destructor runs before that of the key
- * which is dropped.
+ * **Ownership.** The map owns the keys and values that it stores: it calls the key destructor for a
+ * key, and the value destructor for a value, that it no longer stores. Where a destructor is NULL,
+ * objects of that kind still belong to the caller, and the map never releases them. When one entry
+ * or all of them are removed, the key's destructor runs before the value's. When an equal key
+ * arrives, the stored value's destructor runs before that of the key which is dropped.
  *
  * **Callbacks** run on the caller's thread, inside the call that caused them. A comparator,
  * destructor or copy function must not call a function of this header on the map that called it,
@@ -61,8 +60,13 @@ extern "C" {
  *         free(value);
  *     }
  *
- * An entry that would lie deeper than 40 levels is refused in the same way. That can begin at
- * 267,914,295 entries, in a map that was built in the worst of all orders.
+ * An entry below the 40th level of the tree is refused in the same way. A map of fewer than
+ * 267,914,295 entries refuses none, in whatever order it was built.
+ *
+ * **Costs** are given for a map of n entries. They bound the number of comparator calls and of all
+ * other steps. One search is O(log n). An insertion whose node and success are wanted takes three
+ * searches: qv_btree_find_node() before it, its own, and qv_btree_find_node() after it. A lower
+ * bound with its node takes two.
  *
  * **Threads.** A map has no lock. Lookups, visits, node navigation, qv_btree_size(),
  * qv_btree_empty() and copying from a map write nothing in it and may run in parallel with each
@@ -106,7 +110,7 @@ void qv_btree_clear(qv_btree_t* t);
 /** Returns the number of entries; 0 for NULL. O(1). */
 size_t qv_btree_size(const qv_btree_t* t);
 
-/** Tells whether the map has no entry; true for NULL. O(1). */
+/** Returns whether the map has no entry; true for NULL. O(1). */
 bool qv_btree_empty(const qv_btree_t* t);
 
 /** @} */
@@ -158,15 +162,16 @@ void* qv_btree_node_value(qv_btree_node_t* node);
 /**
  * Returns the node whose key equals `key`, or NULL when there is none. O(log n).
  *
- * `key` is only handed to the comparator, always as its first argument. So it may be another kind
- * of object than the stored keys, if the comparator can compare both kinds with a stored key.
+ * `key` is only passed to the comparator, always as its first argument. So it may be another kind
+ * of object than the stored keys, if the comparator can compare both kinds with a stored key. Where
+ * such a key equals several stored keys, the first of them on the way from the root is found.
  */
 qv_btree_node_t* qv_btree_find_node(const qv_btree_t* t, const void* key);
 
 /**
- * Returns the value stored under `key`, or NULL when there is none. O(log n). Only
- * qv_btree_find_node() tells an absent key from one that is stored with a NULL value. `key` may be
- * of another kind, as in qv_btree_find_node().
+ * Returns the value stored under `key`, or NULL when there is none. O(log n). An absent key and one
+ * that is stored with a NULL value give the same result: only qv_btree_find_node() distinguishes
+ * them. `key` may be of another kind, as in qv_btree_find_node().
  */
 void* qv_btree_find(qv_btree_t* t, const void* key);
 
@@ -179,17 +184,17 @@ void* qv_btree_first(qv_btree_t* t, void** key);
 
 /**
  * Returns the smallest stored key (not its value) that is not less than `key`, or NULL when every
- * stored key is smaller. O(log n): the search goes down to a missing child even where it meets an
- * equal key on its way.
+ * stored key is smaller. O(log n): the search continues to the left of an equal key, down to a
+ * missing child. With the keys 10, 20 and 30: 5 gives 10, 20 gives 20, 21 gives 30, 31 gives NULL.
  *
- * With the keys 10, 20 and 30: 5 gives 10, 20 gives 20, 21 gives 30, 31 gives NULL. To walk on from
- * there, take the node under the result:
+ * To walk from there, find the node of the result:
  *
- *     qv_btree_node_t* node = qv_btree_find_node(map, qv_btree_low_bound(map, key));
+ *     void* first = qv_btree_low_bound(map, key);
+ *     qv_btree_node_t* node = first != NULL ? qv_btree_find_node(map, first) : NULL;
  *
- * (when the result may be NULL, test it first: the comparator would be called with it). Where NULL
- * is stored as a key, a NULL result does not tell that key from none. `key` may be of another kind,
- * as in qv_btree_find_node().
+ * Where NULL is stored as a key, a NULL result may be that key or mean that there is none. `key`
+ * may be of another kind, as in qv_btree_find_node(). Where it equals several stored keys, the
+ * smallest of them is returned.
  */
 void* qv_btree_low_bound(qv_btree_t* t, const void* key);
 
@@ -210,14 +215,16 @@ void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data);
  * O(log n), at most one allocation. The comparator is called from the root downwards with the new
  * key first and a stored key second. Where an equal key is stored already, the entry keeps its node
  * and nothing is allocated. Nothing is returned: see "Exhausted memory" at ::qv_btree_t.
+ *
+ * Where there is a destructor, never pass the very key or value that is stored: it would be
+ * released while it is stored. That is meant for objects with one owner. Where references are
+ * counted, each pointer that is passed carries a reference of its own.
  * @{
  */
 
 /**
  * Stores `value` under `key`. Over an equal key the **stored key stays**: the stored value goes to
  * the value destructor, `value` takes its place, then `key` itself goes to the key destructor.
- *
- * Never pass the very key or value that is stored in the map when there is a destructor for it.
  */
 void qv_btree_insert(qv_btree_t* t, void* key, void* value);
 
@@ -225,8 +232,6 @@ void qv_btree_insert(qv_btree_t* t, void* key, void* value);
  * Stores `value` under `key`. Over an equal key the **new key stays**: the stored value goes to the
  * value destructor, `value` takes its place, then the stored key goes to the key destructor and
  * `key` takes its place.
- *
- * Never pass the very key or value that is stored in the map when there is a destructor for it.
  */
 void qv_btree_replace(qv_btree_t* t, void* key, void* value);
 
@@ -244,8 +249,8 @@ void qv_btree_replace(qv_btree_t* t, void* key, void* value);
 
 /**
  * Removes the entry whose key equals `key`. Returns false, having changed nothing, when there is
- * none. `key` may be the stored key itself: it is not used after the search. `key` may be of
- * another kind, as in qv_btree_find_node().
+ * none. `key` may be the stored key itself: it is not used after the search. It may be of another
+ * kind: where it equals several stored keys, the first on the way from the root is removed.
  */
 bool qv_btree_remove(qv_btree_t* t, const void* key);
 
@@ -279,9 +284,7 @@ qv_btree_node_t* qv_btree_remove_node(qv_btree_t* t, qv_btree_node_t* node);
  *
  * The comparator is called with `key` first, which may be of another kind as in
  * qv_btree_find_node(), and then with stored keys only. An entry whose key is a NULL pointer is
- * never removed: the call stops there and returns true. It stops and returns false at an entry that
- * its own search cannot find again, which only a comparator that breaks its laws can bring about;
- * the entries before that one stay removed.
+ * never removed: the call stops there and returns true.
  */
 bool qv_btree_remove_until(qv_btree_t* t, const void* key);
 

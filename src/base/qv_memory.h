@@ -1,6 +1,6 @@
 /**
  * @file qv_memory.h
- * Zeroed allocation on top of the platform's memory functions.
+ * Zeroed allocation on top of the platform's memory functions, for the base layer's own sources.
  */
 #ifndef QV_BASE_QV_MEMORY_H
 #define QV_BASE_QV_MEMORY_H
@@ -17,19 +17,16 @@
  * The caller releases it with HAL_Free. `size` must not be 0.
  */
 static inline void* qv_zalloc(size_t size) {
-#if SIZE_MAX > ULONG_MAX
-    /* Where long has 32 bits and pointers 64, HAL_Malloc cannot be asked for this. */
+#if SIZE_MAX > ULONG_MAX  // HAL_Malloc cannot be asked for more than ULONG_MAX.
     if (size > ULONG_MAX) {
-        return NULL;
+        return nullptr;
     }
 #endif
-    /* The mask changes no value: it shows the compiler that the value fits. A cast would do so too,
-     * but none compiles without a warning in both C and C++. */
-    void* block = HAL_Malloc(size & ULONG_MAX);
-    if (block != NULL) {
+    void* const block = HAL_Malloc(static_cast<unsigned long>(size));
+    if (block != nullptr) {
         memset(block, 0, size);
     }
     return block;
 }
 
-#endif /* QV_BASE_QV_MEMORY_H */
+#endif  // QV_BASE_QV_MEMORY_H
