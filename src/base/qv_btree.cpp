@@ -226,14 +226,14 @@ static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* 
  *
  * Where b is missing, its link is a thread between x and y, and changes sides as b would.
  *
- * With a, b and c for the heights, before rotate_left: y_balance = c - b, and x_balance =
- * 1 + max(b, c) - a >= 1, where max(b, c) = b + max(y_balance, 0). After it,
+ * In heights, before rotate_left: y_balance = c - b, and x_balance = 1 + max(b, c) - a >= 1, where
+ * max(b, c) = b + max(y_balance, 0). After it,
  *
  *     x->balance = b - a              =  x_balance - 1 - max(y_balance, 0)
  *     y->balance = c - 1 - max(a, b)  =  min(x_balance - 2, y_balance - 1)
  *
- * as c - 1 - a = x_balance - 2 for y_balance >= 0, and for y_balance < 0 a <= b makes y_balance - 1
- * the smaller. rotate_right is the mirror image: signs change, min and max change places.
+ * The last step: if y_balance >= 0, c - 1 - a is x_balance - 2. If not, a <= b, and both minima are
+ * y_balance - 1. rotate_right is the mirror image: signs change, min and max change places.
  */
 
 static inline int qv_btree_min(int a, int b) {
@@ -413,8 +413,8 @@ static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** 
         next = next->left;
     }
     path[found.level] = next;
-    const bool lies_deeper = level > found.level;
-    if (lies_deeper) {
+    const bool is_deeper = level > found.level;
+    if (is_deeper) {
         qv_btree_node_t* const nextp = path[level];
         if (next->right_child != 0) {
             nextp->left = next->right;
@@ -429,8 +429,8 @@ static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** 
     next->left = node->left;
     next->balance = node->balance;
     qv_btree_relink(t, parent, qv_btree_is_left_node(parent, node), next);
-    // What has shrunk is the left subtree of nextp or, around the right child, next's right one.
-    qv_btree_rebalance(t, path, level, lies_deeper, -1);
+    // The left subtree of nextp is lower now or, where next was the right child, its own right one.
+    qv_btree_rebalance(t, path, level, is_deeper, -1);
 }
 
 // Takes a node with at most one child out of the tree: the child takes its place or, where there is
