@@ -49,9 +49,9 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The system's last error, as an exception.
-std::runtime_error failure(const std::string& what) {
-    return std::runtime_error(what + ": " + std::strerror(errno));
+// What the system's last error prevented.
+std::string failure(const std::string& what) {
+    return "concordance: " + what + ": " + std::strerror(errno) + '\n';
 }
 
 struct Place {
@@ -153,7 +153,8 @@ void read_lines(qv_btree_t* words, std::istream& in, std::size_t file) {
     }
 }
 
-void read_file(qv_btree_t* words, const Options& options, std::size_t file) {
+// Returns whether the file could be read; if not, says why not.
+bool read_file(qv_btree_t* words, const Options& options, std::size_t file) {
     const std::string& name = options.files[file];
     errno = 0;
     std::ifstream opened;
@@ -163,14 +164,15 @@ void read_file(qv_btree_t* words, const Options& options, std::size_t file) {
         if (name != "-") {
             opened.open(name);
         }
-        if (in) {
+        if (!opened.fail()) {
             read_lines(words, in, file);
-            return;
+            return true;
         }
     } catch (const std::ios_base::failure&) {
         // A directory can be opened but not read: reported like a file that cannot be opened.
     }
-    throw failure("cannot read " + name);
+    std::cerr << failure("cannot read " + name);
+    return false;
 }
 
 // --- Output ----------------------------------------------------------------------------------
@@ -182,7 +184,7 @@ bool in_range(const std::string& word, const Options& options) {
 
 void write(const std::string& text) {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
-        throw failure("cannot write");
+        throw std::runtime_error(failure("cannot write"));
     }
 }
 
@@ -271,20 +273,23 @@ bool parse_options(int argc, char** argv, Options& options) {
     return true;
 }
 
-void run(int argc, char** argv) {
+// Returns whether all files could be read.
+bool run(int argc, char** argv) {
     Options options;
+    bool read_all = true;
     if (!parse_options(argc, argv, options)) {
         write(usage);
     } else {
         const Map words = new_map();
         for (std::size_t file = 0; file < options.files.size(); ++file) {
-            read_file(words.get(), options, file);
+            read_all = read_file(words.get(), options, file) && read_all;
         }
         print_words(words.get(), options);
     }
     if (std::fflush(stdout) != 0) {
-        throw failure("cannot write");
+        throw std::runtime_error(failure("cannot write"));
     }
+    return read_all;
 }
 
 }  // namespace
@@ -292,8 +297,7 @@ void run(int argc, char** argv) {
 int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     try {
-        run(argc, argv);
-        return 0;
+        return run(argc, argv) ? 0 : 1;
     } catch (const UsageError& error) {
         if (*error.what() != '\0') {
             std::cerr << "concordance: " << error.what() << '\n';
@@ -303,7 +307,7 @@ int main(int argc, char** argv) {
     } catch (const std::bad_alloc&) {
         std::cerr << "concordance: out of memory\n";
     } catch (const std::exception& error) {
-        std::cerr << "concordance: " << error.what() << '\n';
+        std::cerr << error.what();
     }
     return 1;
 }
