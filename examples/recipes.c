@@ -1,6 +1,7 @@
 /* What a map is used for, in C99; docs/recipes.md explains each part. */
 
 #include <assert.h>
+#include <limits.h>
 #include <qv/base/qv_btree.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -69,6 +70,30 @@ static bool add_article(qv_btree_t* shop, const char* name, int stock, double pr
     return true;
 }
 
+/* Counting. */
+
+/* Counts a word. Returns false, and counts nothing, when there is no memory. */
+static bool count_word(qv_btree_t* counts, const char* word) {
+    int* count = qv_btree_find(counts, word);
+    if (count != NULL) {
+        ++*count; /* The value is updated in place: no other search, no destructor. */
+        return true;
+    }
+    char* key = malloc(strlen(word) + 1);
+    count = malloc(sizeof(int));
+    const size_t before = qv_btree_size(counts);
+    if (key != NULL && count != NULL) {
+        *count = 1;
+        qv_btree_insert(counts, strcpy(key, word), count);
+    }
+    if (qv_btree_size(counts) == before) {
+        free(key);
+        free(count);
+        return false;
+    }
+    return true;
+}
+
 /* Removing while walking. */
 
 static void remove_sold_out(qv_btree_t* shop) {
@@ -107,9 +132,23 @@ static int count_with_prefix(qv_btree_t* shop, const char* prefix) {
     return count;
 }
 
-static qv_btree_node_t* upper_bound(qv_btree_t* map, const void* key) {
-    qv_btree_node_t* equal = qv_btree_find_node(map, key);
-    return equal != NULL ? qv_btree_next_node(equal) : lower_bound(map, key);
+/* An upper bound. */
+
+typedef struct {
+    const char* text;
+    int after; /* 0 in stored keys; a key with 1 equals none and sorts right after its text */
+} name_t;
+
+static int32_t compare_names(const void* a, const void* b) {
+    const name_t* left = a;
+    const name_t* right = b;
+    const int by_text = strcmp(left->text, right->text);
+    return by_text != 0 ? by_text : left->after - right->after;
+}
+
+static qv_btree_node_t* upper_bound(qv_btree_t* names, const char* text) {
+    const name_t key = {text, 1};
+    return lower_bound(names, &key);
 }
 
 /* The other direction. */
@@ -140,7 +179,7 @@ static size_t count_distinct(int* numbers, size_t count) {
     return distinct;
 }
 
-/* A multimap: the key is made of two, and the second one tells equal ones apart. */
+/* A multimap: the key has two parts, and the second one distinguishes equal first ones. */
 
 typedef struct {
     const char* customer;
@@ -155,7 +194,7 @@ static int32_t compare_orders(const void* a, const void* b) {
 }
 
 static int count_orders(qv_btree_t* orders, const char* customer) {
-    const order_t first = {customer, 0};
+    const order_t first = {customer, INT_MIN};
     int count = 0;
     qv_btree_node_t* node = lower_bound(orders, &first);
     while (node != NULL &&
@@ -200,8 +239,7 @@ int main(void) {
     const char* cheap = "nothing";
     qv_btree_foreach(shop, is_cheap, &cheap);
     printf("%d begin with ap, the first cheap one is %s\n", count_with_prefix(shop, "ap"), cheap);
-    printf("after bread comes %s, downwards from cake:",
-           (const char*)qv_btree_node_key(upper_bound(shop, "bread")));
+    printf("downwards from cake:");
     print_downwards_from(shop, "cake");
     printf("\n");
 
@@ -220,7 +258,7 @@ int main(void) {
     qv_btree_free(shop);
 
     int numbers[] = {3, 1, 3, 2, 1};
-    order_t placed[] = {{"Ada", 7}, {"Grace", 2}, {"Ada", 3}};
+    order_t placed[] = {{"Ada", 7}, {"Grace", 2}, {"Ada", -3}};
     qv_btree_t* orders = qv_btree_new(compare_orders, NULL, NULL);
     for (int i = 0; i < 3; ++i) {
         qv_btree_insert(orders, &placed[i], NULL);
@@ -228,6 +266,27 @@ int main(void) {
     printf("%d distinct numbers, %d orders of Ada\n", (int)count_distinct(numbers, 5),
            count_orders(orders, "Ada"));
     qv_btree_free(orders);
+
+    name_t names[] = {{"Ada", 0}, {"Edsger", 0}, {"Grace", 0}};
+    qv_btree_t* people = qv_btree_new(compare_names, NULL, NULL);
+    for (int i = 0; i < 3; ++i) {
+        qv_btree_insert(people, &names[i], NULL);
+    }
+    const name_t* after_ada = qv_btree_node_key(upper_bound(people, "Ada"));
+    const name_t* after_bob = qv_btree_node_key(upper_bound(people, "Bob"));
+    printf("after Ada comes %s, after Bob %s\n", after_ada->text, after_bob->text);
+    qv_btree_free(people);
+
+    const char* words[] = {"to", "be", "or", "not", "to", "be"};
+    qv_btree_t* counts = qv_btree_new(compare_strings, free, free);
+    for (int i = 0; i < 6; ++i) {
+        if (!count_word(counts, words[i])) {
+            return EXIT_FAILURE;
+        }
+    }
+    printf("to: %d, not: %d\n", *(int*)qv_btree_find(counts, "to"),
+           *(int*)qv_btree_find(counts, "not"));
+    qv_btree_free(counts);
 
     qv_btree_t* squares = qv_btree_new(compare_numbers_in_pointers, NULL, NULL);
     for (uintptr_t n = 1; n <= 9; ++n) {
