@@ -19,7 +19,7 @@ write_basic_package_version_file(qv_base-config-version.cmake COMPATIBILITY Same
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qv_base-config-version.cmake
         DESTINATION ${package_dir})
 
-# The prefix is wherever the file lies, as many folders up as its own place is deep.
+# The prefix is relative to the file, as many folders up as its own place is deep.
 set(pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
   set(pc_prefix ${CMAKE_INSTALL_PREFIX})
@@ -38,12 +38,12 @@ endforeach()
 
 # For GDB and LLDB. GDB loads its part by itself with a shared library, if the folder of that library
 # is on its safe path.
-install(FILES tools/debuggers/qv_btree_gdb.py tools/debuggers/qv_btree_lldb.py
-              tools/debuggers/qv_btree_walk.py DESTINATION ${CMAKE_INSTALL_DATADIR}/qv_base)
+install(FILES debuggers/qv_btree_gdb.py debuggers/qv_btree_lldb.py debuggers/qv_btree_walk.py
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/qv_base)
 if(BUILD_SHARED_LIBS)
   file(RELATIVE_PATH debuggers_from_library ${CMAKE_INSTALL_FULL_LIBDIR}
        ${CMAKE_INSTALL_FULL_DATADIR}/qv_base)
-  configure_file(cmake/autoload-gdb.py.in autoload-gdb.py @ONLY)
+  configure_file(debuggers/autoload-gdb.py.in autoload-gdb.py @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/autoload-gdb.py DESTINATION ${CMAKE_INSTALL_LIBDIR}
           RENAME libqv_base.so.${PROJECT_VERSION}-gdb.py)
 endif()

@@ -1,19 +1,93 @@
-// Every AVL tree of up to five levels, with every insertion and every removal. Each result is
-// compared, in all its records, with a model: recursive, with heights and without threads, in which
-// the successor takes the place of a node with two children.
+// Every AVL tree of up to five levels, with every insertion and every removal. The results are
+// those of a model: recursive, with heights and without threads, in which the successor takes the
+// place of a node with two children.
 
 #include "qv_btree.cpp"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <deque>
-#include <string>
-#include <tuple>
 #include <vector>
 
+#include "invariants.h"
+
 namespace {
+
+// --- The model: subtrees that never change, NULL being the empty one --------------------------
+
+struct Model {
+    std::array<const Model*, 2> child;
+    intptr_t key;
+    int height;
+};
+std::deque<Model> models;  // owns them
+
+int height(const Model* model) {
+    return model != nullptr ? model->height : 0;
+}
+
+// Its left child is a or, in the mirror image, b.
+const Model* tree(const Model* a, intptr_t key, const Model* b, bool mirrored = false) {
+    models.push_back(
+        {{mirrored ? b : a, mirrored ? a : b}, key, std::max(height(a), height(b)) + 1});
+    return &models.back();
+}
+
+// As tree(), but one side may be too tall by a level: then its inner subtree changes sides.
+const Model* balanced(const Model* left, intptr_t key, const Model* right) {
+    const bool m = height(right) > height(left);
+    const Model* const tall = m ? right : left;
+    const Model* const low = m ? left : right;
+    if (height(tall) <= height(low) + 1) {
+        return tree(left, key, right);
+    }
+    const Model* const outer = tall->child[m ? 1 : 0];
+    const Model* const inner = tall->child[m ? 0 : 1];
+    if (height(inner) <= height(outer)) {
+        return tree(outer, tall->key, tree(inner, key, low, m), m);
+    }
+    return tree(tree(outer, tall->key, inner->child[m ? 1 : 0], m), inner->key,
+                tree(inner->child[m ? 0 : 1], key, low, m), m);
+}
+
+const Model* with(const Model* model, intptr_t key) {
+    return model == nullptr   ? tree(nullptr, key, nullptr)
+           : key < model->key ? balanced(with(model->child[0], key), model->key, model->child[1])
+                              : balanced(model->child[0], model->key, with(model->child[1], key));
+}
+
+const Model* without(const Model* model, intptr_t key) {
+    const auto [left, right] = model->child;
+    if (key != model->key) {
+        return key < model->key ? balanced(without(left, key), model->key, right)
+                                : balanced(left, model->key, without(right, key));
+    }
+    if (left == nullptr || right == nullptr) {
+        return left != nullptr ? left : right;
+    }
+    const Model* next = right;
+    while (next->child[0] != nullptr) {
+        next = next->child[0];
+    }
+    return balanced(left, next->key, without(right, next->key));
+}
+
+std::string text(const Model* model) {
+    return model == nullptr ? ""
+                            : '(' + text(model->child[0]) + std::to_string(model->key) +
+                                  text(model->child[1]) + ')';
+}
+
+bool same(const Model* a, const Model* b) {
+    return a == b || (a != nullptr && b != nullptr && a->key == b->key &&
+                      same(a->child[0], b->child[0]) && same(a->child[1], b->child[1]));
+}
+
+// --- The map: the entry of a key is the record at that index ------------------------------------
+
+std::array<qv_btree_node_t, 64> records;
+qv_btree_node_t* allocated;
 
 void* ptr(intptr_t key) {
     return reinterpret_cast<void*>(key);
@@ -23,99 +97,16 @@ int32_t compare(const void* a, const void* b) {
     return a < b ? -1 : a == b ? 0 : 1;
 }
 
-// --- The model: subtrees that never change, NULL being the empty one --------------------------
-
-struct Model {
-    const Model* left;
-    intptr_t key;
-    const Model* right;
-    int height;
-};
-std::deque<Model> models;  // owns them
-
-int height(const Model* model) {
-    return model != nullptr ? model->height : 0;
+void insert(qv_btree_t* map, intptr_t key) {
+    allocated = &records[static_cast<size_t>(key)];
+    qv_btree_insert(map, ptr(key), nullptr);
 }
 
-const Model* tree(const Model* left, intptr_t key, const Model* right) {
-    models.push_back({left, key, right, 1 + std::max(height(left), height(right))});
-    return &models.back();
-}
-
-// As tree(), but one side may be too tall by a level: then what lies in the middle changes sides.
-const Model* balanced(const Model* left, intptr_t key, const Model* right) {
-    if (height(left) > height(right) + 1) {
-        const auto* const mid = left->right;
-        return height(mid) > height(left->left)
-                   ? tree(tree(left->left, left->key, mid->left), mid->key,
-                          tree(mid->right, key, right))
-                   : tree(left->left, left->key, tree(mid, key, right));
-    }
-    if (height(right) > height(left) + 1) {
-        const auto* const mid = right->left;
-        return height(mid) > height(right->right)
-                   ? tree(tree(left, key, mid->left), mid->key,
-                          tree(mid->right, right->key, right->right))
-                   : tree(tree(left, key, mid), right->key, right->right);
-    }
-    return tree(left, key, right);
-}
-
-const Model* with(const Model* model, intptr_t key) {
-    return model == nullptr   ? tree(nullptr, key, nullptr)
-           : key < model->key ? balanced(with(model->left, key), model->key, model->right)
-                              : balanced(model->left, model->key, with(model->right, key));
-}
-
-const Model* without(const Model* model, intptr_t key) {
-    if (key != model->key) {
-        return key < model->key ? balanced(without(model->left, key), model->key, model->right)
-                                : balanced(model->left, model->key, without(model->right, key));
-    }
-    if (model->left == nullptr || model->right == nullptr) {
-        return model->left != nullptr ? model->left : model->right;
-    }
-    const Model* next = model->right;
-    while (next->left != nullptr) {
-        next = next->left;
-    }
-    return balanced(model->left, next->key, without(model->right, next->key));
-}
-
-std::string text(const Model* model) {
-    return model == nullptr
-               ? ""
-               : '(' + text(model->left) + std::to_string(model->key) + text(model->right) + ')';
-}
-
-// --- The map: its nodes lie in an array, each at the index that is its key ----------------------
-
-std::array<qv_btree_node_t, 64> records;
-qv_btree_node_t* allocated;
-void* released;
-
-qv_btree_node_t* record(const Model* model, qv_btree_node_t* otherwise = nullptr) {
-    return model != nullptr ? &records[static_cast<size_t>(model->key)] : otherwise;
-}
-
-// Writes the records of a subtree that lies between two nodes.
-void write(const Model* model, qv_btree_node_t* before, qv_btree_node_t* after) {
-    if (auto* const node = record(model)) {
-        *node = {ptr(model->key),
-                 nullptr,
-                 record(model->left, before),
-                 record(model->right, after),
-                 static_cast<int8_t>(height(model->right) - height(model->left)),
-                 static_cast<uint8_t>(model->left != nullptr),
-                 static_cast<uint8_t>(model->right != nullptr)};
-        write(model->left, before, node);
-        write(model->right, node, after);
-    }
-}
-
-bool same(const qv_btree_node_t& a, const qv_btree_node_t& b) {
-    return std::tie(a.key, a.value, a.left, a.right, a.balance, a.left_child, a.right_child) ==
-           std::tie(b.key, b.value, b.left, b.right, b.balance, b.left_child, b.right_child);
+// The tree of the map, with the indices of its records for keys.
+const Model* model_of(bool exists, const qv_btree_node_t* node) {
+    return exists ? tree(model_of(node->left_child != 0, node->left), node - records.data(),
+                         model_of(node->right_child != 0, node->right))
+                  : nullptr;
 }
 
 // --- All trees ---------------------------------------------------------------------------------
@@ -125,56 +116,55 @@ const Model* numbered(const Model* shape, intptr_t* last) {
     if (shape == nullptr) {
         return nullptr;
     }
-    const Model* const left = numbered(shape->left, last);
+    const Model* const left = numbered(shape->child[0], last);
     const intptr_t key = *last += 2;
-    return tree(left, key, numbered(shape->right, last));
+    return tree(left, key, numbered(shape->child[1], last));
 }
 
-// Tries all operations on one tree, and returns how many they were.
-intptr_t try_operations(const Model* shape) {
+intptr_t operations;
+
+void try_operations(const Model* shape) {
     const size_t models_before = models.size();
     intptr_t last = 0;
     const Model* const before = numbered(shape, &last);
-    const auto size = static_cast<size_t>(last / 2);
-    for (intptr_t key = 1; key <= last + 1 && !testing::Test::HasFailure(); ++key) {
+    qv_btree_t built = {nullptr, compare, nullptr, nullptr, 0};
+    std::deque<const Model*> level = {before};  // Level by level, no insertion rotates.
+    for (; !level.empty(); level.pop_front()) {
+        if (const Model* const model = level.front()) {
+            insert(&built, model->key);
+            level.insert(level.end(), model->child.begin(), model->child.end());
+        }
+    }
+    const auto built_records = records;
+    for (intptr_t key = 1; key <= last + 1; ++key) {
         const bool is_new = key % 2 != 0;
-        auto* const node = &records[static_cast<size_t>(key)];
-        allocated = node;
-        released = nullptr;
-        write(before, nullptr, nullptr);
-        qv_btree_t map = {record(before), compare, nullptr, nullptr, size};
-        is_new ? qv_btree_insert(&map, ptr(key), nullptr)
-               : static_cast<void>(qv_btree_remove(&map, ptr(key)));
-        const auto actual = records;
+        qv_btree_t map = built;
+        records = built_records;
+        is_new ? insert(&map, key) : static_cast<void>(qv_btree_remove(&map, ptr(key)));
+        const std::string broken = broken_invariant(&map);
         const Model* const expected = is_new ? with(before, key) : without(before, key);
-        write(expected, nullptr, nullptr);
-        EXPECT_TRUE(map.root == record(expected) && map.nnodes == (is_new ? size + 1 : size - 1) &&
-                    std::equal(actual.begin(), actual.end(), records.begin(), same) &&
-                    released == (is_new ? nullptr : node))
-            << (is_new ? "insert " : "remove ") << key << " in " << text(before);
+        const Model* const actual = model_of(map.root != nullptr, map.root);
+        ASSERT_TRUE(broken.empty() && same(expected, actual))
+            << (is_new ? "insert " : "remove ") << key << " in " << text(before)
+            << "\nexpected: " << text(expected) << "\n but got: " << text(actual) << ' ' << broken;
     }
     models.resize(models_before);
-    return last + 1;
+    operations += last + 1;
 }
 
-TEST(Shape, EveryInsertionAndRemovalInEveryTreeIsThatOfTheModel) {
+TEST(EveryTree, InsertionAndRemoval) {
     std::vector<std::vector<const Model*>> of_levels = {{}, {nullptr}};  // None are of -1 levels.
-    intptr_t operations = try_operations(nullptr);
-    for (size_t levels = 1; levels <= QV_TEST_LEVELS; ++levels) {
-        const auto low = of_levels[levels - 1];
-        const auto high = of_levels[levels];
+    try_operations(nullptr);
+    for (size_t low = 0; low < QV_TEST_LEVELS; ++low) {
         of_levels.emplace_back();
-        const auto combine = [&](const auto& lefts, const auto& rights) {
-            for (const Model* left : lefts) {
-                for (const Model* right : rights) {
+        for (const auto& [l, r] : {std::pair{low + 1, low + 1}, {low + 1, low}, {low, low + 1}}) {
+            for (const Model* left : of_levels[l]) {
+                for (const Model* right : of_levels[r]) {
                     of_levels.back().push_back(tree(left, 0, right));
-                    operations += try_operations(of_levels.back().back());
+                    ASSERT_NO_FATAL_FAILURE(try_operations(of_levels.back().back()));
                 }
             }
-        };
-        combine(high, high);
-        combine(high, low);
-        combine(low, high);
+        }
     }
     EXPECT_EQ(models.size(), QV_TEST_LEVELS == 5 ? 109009U : 334U);
     EXPECT_EQ(operations, QV_TEST_LEVELS == 5 ? 4782184 : 7099);
@@ -186,6 +176,4 @@ void* HAL_Malloc(unsigned long /*size*/) {
     return allocated;
 }
 
-void HAL_Free(void* ptr) {
-    released = ptr;
-}
+void HAL_Free(void* /*ptr*/) {}

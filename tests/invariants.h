@@ -5,55 +5,49 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
+#include <string>
+#include <utility>
 
-class Invariants {
-public:
-    // Names the first invariant that is broken by its number; empty when all hold.
-    static const char* broken(const qv_btree_t* map) {
-        Invariants check(map);
-        if (map->root != nullptr) {
-            check.height(map->root, 1);
+// Returns which invariant is broken first, and where: entries are counted in key order, from 1.
+// Empty when all hold.
+inline std::string broken_invariant(const qv_btree_t* map) {
+    using Node = const qv_btree_node_t*;
+    std::string broken;
+    Node last = nullptr;
+    size_t count = 0;
+    const auto require = [&](bool holds, const char* what, size_t entry) {
+        if (!holds && broken.empty()) {
+            broken = "invariant " + std::string(what) + ' ' + std::to_string(entry) +
+                     "; entries seen: " + std::to_string(count);
         }
-        const qv_btree_node_t* const last = check.last_;
-        check.require(last == nullptr || last->right == nullptr, "3: last right thread");
-        check.require(check.count_ == map->nnodes, "4: count");
-        return check.broken_;
-    }
-
-private:
-    explicit Invariants(const qv_btree_t* map) : map_(map) {}
-
-    void require(bool holds, const char* what) {
-        if (!holds && *broken_ == '\0') {
-            broken_ = what;
-        }
-    }
-
-    int height(const qv_btree_node_t* node, size_t level) {
-        require(level <= QV_BTREE_MAX_LEVELS && node != nullptr, "2: too deep, or a NULL child");
-        if (*broken_ != '\0') {
+    };
+    const std::function<int(Node, size_t)> height = [&](Node node, size_t level) {
+        require(node != nullptr && level <= QV_BTREE_MAX_LEVELS, "2: NULL or too deep", count);
+        if (!broken.empty()) {
             return 0;
         }
         const int left = node->left_child != 0 ? height(node->left, level + 1) : 0;
-        require(node->left_child <= 1 && node->right_child <= 1, "3: flags");
-        require(node->left_child != 0 || node->left == last_, "3: left thread");
-        if (last_ != nullptr) {
-            require(last_->right_child != 0 || last_->right == node, "3: right thread");
-            require(map_->key_compare(last_->key, node->key) < 0 &&
-                        map_->key_compare(node->key, last_->key) > 0,
-                    "1: order");
-        }
-        last_ = node;
-        ++count_;
+        const Node previous = std::exchange(last, node);
+        const size_t entry = ++count;
+        require(node->left_child <= 1 && node->right_child <= 1, "3: flags of entry", entry);
+        require(node->left_child != 0 || node->left == previous, "3: left thread of entry", entry);
+        require(previous == nullptr || previous->right_child != 0 || previous->right == node,
+                "3: right thread to entry", entry);
+        require(previous == nullptr || (map->key_compare(previous->key, node->key) < 0 &&
+                                        map->key_compare(node->key, previous->key) > 0),
+                "1: order before entry", entry);
         const int right = node->right_child != 0 ? height(node->right, level + 1) : 0;
-        require(node->balance == right - left && std::abs(right - left) <= 1, "2: balance");
+        require(node->balance == right - left, "2: balance of entry", entry);
+        require(std::abs(right - left) <= 1, "2: heights around entry", entry);
         return std::max(left, right) + 1;
+    };
+    if (map->root != nullptr) {
+        height(map->root, 1);
     }
-
-    const qv_btree_t* map_;
-    const qv_btree_node_t* last_ = nullptr;
-    size_t count_ = 0;
-    const char* broken_ = "";
-};
+    require(last == nullptr || last->right == nullptr, "3: last right thread", count);
+    require(count == map->nnodes, "4: nnodes", map->nnodes);
+    return broken;
+}
 
 #endif  // QV_TESTS_INVARIANTS_H

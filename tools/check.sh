@@ -3,7 +3,7 @@
 # Called by ./dev check, which installs and builds what this needs, and goes on with coverage.
 set -eu
 cd "$(dirname "$0")/.."
-sources=$(find src platform examples tests fuzz bench tools -name '*.c' -o -name '*.cpp' -o -name '*.h')
+sources=$(find src platform examples tests fuzz bench -name '*.c' -o -name '*.cpp' -o -name '*.h')
 warnings='-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror'
 
 echo "== format"
@@ -20,9 +20,6 @@ tidy='clang-tidy --quiet --warnings-as-errors=*'
     done
     for file in bench/*.cpp; do
         echo "$tidy -p build/bench --checks=-clang-analyzer-cplusplus.NewDeleteLeaks $file"
-    done
-    for file in tools/*.cpp; do
-        echo "$tidy $file -- -std=c++17 -Isrc/base"
     done
 } | xargs -P 2 -I {} sh -c '{} 2>/dev/null'
 
@@ -80,10 +77,10 @@ echo "== ThreadSanitizer"
 ctest --preset threads
 
 echo "== Valgrind"
-for test in btree_test replay_test linked_test; do
-    valgrind --quiet --error-exitcode=1 --leak-check=full --show-leak-kinds=all \
+for test in btree_test random_test threads_test; do
+    timeout 300 valgrind --quiet --error-exitcode=1 --leak-check=full --show-leak-kinds=all \
         "build/release/tests/$test" --gtest_brief=1
 done
-valgrind --quiet --error-exitcode=1 --leak-check=full build/release/concordance README.md \
-    >/dev/null
+timeout 300 valgrind --quiet --error-exitcode=1 --leak-check=full build/release/concordance \
+    README.md >/dev/null
 echo "no error, no leak"

@@ -8,11 +8,11 @@ build=$PWD/build/port
 mkdir -p "$build"
 warnings='-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror'
 
-# quietly LOG COMMAND...: what it prints goes to the log, and to the terminal where it fails.
+# quietly LOG COMMAND...: what it prints goes to the log, and its end to the terminal where it fails.
 quietly() {
     log=$build/$1
     shift
-    "$@" >"$log" 2>&1 || { cat "$log" >&2; echo "FAILED: $*" >&2; exit 1; }
+    "$@" >"$log" 2>&1 || { tail -n 20 "$log" >&2; echo "FAILED: $*; the whole log: $log" >&2; exit 1; }
 }
 
 # run_tests NAME EMULATOR ARGUMENT...: everything linked statically, to need no foreign system.

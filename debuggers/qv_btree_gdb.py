@@ -44,71 +44,48 @@ class Gdb(walk.Debugger):
                               gdb.execute("info files", to_string=True))
         return any(int(low, 16) <= address < int(high, 16) for low, high in sections)
 
-    def cast(self, type_name, pointer):
-        try:
-            return gdb.parse_and_eval(f"({type_name}){pointer}")
-        except gdb.error:
-            raise walk.Refused(f"there is no type '{type_name}'") from None
-
     def kind(self, type_name):
         try:
-            code = self.cast(type_name + "*", 0).type.target().strip_typedefs().code
-        except walk.Refused:
+            of_type = gdb.parse_and_eval(f"({type_name}*)0").type.target().strip_typedefs()
+        except gdb.error:
             return None
-        return {gdb.TYPE_CODE_PTR: "pointer", gdb.TYPE_CODE_INT: "integer",
-                gdb.TYPE_CODE_ENUM: "integer"}.get(code, "other")
+        if of_type.code in (gdb.TYPE_CODE_INT, gdb.TYPE_CODE_ENUM):
+            return "integer"
+        if of_type.code != gdb.TYPE_CODE_PTR:
+            return "other"
+        to = of_type.target().strip_typedefs()
+        return "void" if to.code == gdb.TYPE_CODE_VOID else \
+            "text" if to.code == gdb.TYPE_CODE_INT and to.sizeof == 1 else "object"
 
-    def goal(self, type_name, pointer):
-        """What a pointer points to as a value of GDB, or the pointer itself."""
-        value = self.cast(type_name, pointer)
-        if value.type.strip_typedefs().code != gdb.TYPE_CODE_PTR or pointer == 0:
-            return value
-        to = value.type.strip_typedefs().target().strip_typedefs()
-        plain = to.code == gdb.TYPE_CODE_VOID or (to.code == gdb.TYPE_CODE_INT and to.sizeof == 1)
-        goal = value if plain else value.dereference()
+    def value(self, type_name, pointer, dereferenced):
+        return gdb.parse_and_eval(f"{'*' if dereferenced else ''}({type_name}){pointer}")
+
+    def one_line(self, value):
+        plain = value.format_string(address=False, symbols=False)
+        return plain or value.format_string(symbols=False)  # of a void pointer the address
+
+    def number(self, value):
         try:
-            goal.fetch_lazy()
-        except gdb.MemoryError:
-            return f"<no memory at {pointer:#x}>"
-        return goal
-
-    def shown(self, type_name, pointer):
-        goal = self.goal(type_name, pointer)
-        return goal if isinstance(goal, str) else \
-            goal.format_string(address=type_name == "void *", symbols=False)
-
-    def ordinal(self, type_name, pointer):
-        value = self.goal(type_name, pointer)
-        if isinstance(value, str):
-            return None
-        code = value.type.strip_typedefs().code
-        try:
-            if code == gdb.TYPE_CODE_FLT:
-                return float(value)
-            if code != gdb.TYPE_CODE_PTR:
-                return int(value)
-            to = value.type.strip_typedefs().target().strip_typedefs()
-            return value.string("latin-1") if to.sizeof == 1 and to.code == gdb.TYPE_CODE_INT else None
+            return float(value) if value.type.strip_typedefs().code == gdb.TYPE_CODE_FLT else int(value)
         except gdb.error:
             return None
 
     def first_descent(self, compare, keys):
         function = gdb.parse_and_eval(f"*(int (*)(const void*, const void*)){compare}")
-        pointers = [gdb.Value(key).cast(gdb.lookup_type("void").pointer()) for key in keys]
+        unwinds = gdb.parameter("unwindonsignal")
+        gdb.execute("set unwindonsignal on")  # A crash leads back to the user's frame.
         try:
             for index in range(1, len(keys)):
-                if int(function(pointers[index - 1], pointers[index])) >= 0:
+                if int(function(keys[index - 1], keys[index])) >= 0:
                     return index
-        except gdb.error as error:
-            raise walk.Refused(f"the comparator did not return: {error}") from None
+        except gdb.error:
+            raise walk.Crashed(index) from None
+        finally:
+            gdb.execute(f"set unwindonsignal {'on' if unwinds else 'off'}")
         return None
 
     def limit(self):
         return gdb.parameter("print elements") or sys.maxsize
-
-    def say(self, text):
-        gdb.write(text + "\n")
-        gdb.flush()
 
 
 DEBUGGER = Gdb()
@@ -142,15 +119,14 @@ class MapPrinter:
     def __init__(self, value):
         try:
             self.map = walk.read_map(DEBUGGER, int(value.address))
-            self.title = walk.title(self.map)
         except walk.Refused as refused:  # For instance before the pointer to the map is set.
-            self.map, self.title = None, f"<{refused}>"
+            self.map = walk.Map(0, 0, 0, f"<{refused}>")
 
     def to_string(self):
-        return self.title
+        return self.map.title
 
     def children(self):
-        for node in walk.entries(DEBUGGER, self.map) if self.map else ():
+        for node in walk.entries(DEBUGGER, self.map):
             yield "key", DEBUGGER.goal(DEBUGGER.key_type, node.key)
             yield "value", DEBUGGER.goal(DEBUGGER.value_type, node.value)
 
@@ -167,8 +143,8 @@ class NodePrinter:
 
 
 class Command(gdb.Command):
-    def __init__(self, name, function, doc):
-        self.__doc__ = doc
+    def __init__(self, name, function):
+        self.__doc__ = f"{name} {walk.HELP[name]}"
         self.function = function
         super().__init__(name, gdb.COMMAND_DATA, gdb.COMPLETE_EXPRESSION)
 
@@ -185,13 +161,8 @@ class Command(gdb.Command):
 
 TypeParameter("qv-key-type", "key_type")
 TypeParameter("qv-value-type", "value_type")
-Command("qv-print", walk.text_at, "qv-print ADDRESS: shows the qv_btree map or node at an address.")
-Command("qv-check", walk.check,
-        """qv-check MAP: verifies a qv_btree map and names the first broken node.
-
-MAP is a map, a pointer to one or its address. Without a process to run the comparator in, the order
-of keys is judged by their values. Invariant 5, that entries stay in their nodes, cannot be seen in
-one state of a map.""")
+Command("qv-print", walk.text_at)
+Command("qv-check", walk.check)
 PRINTERS = gdb.printing.RegexpCollectionPrettyPrinter("qv_base")
 PRINTERS.add_printer("qv_btree_t", "^qv_btree_s$", MapPrinter)
 PRINTERS.add_printer("qv_btree_node_t", "^qv_btree_node_s$", NodePrinter)

@@ -55,44 +55,30 @@ class Lldb(walk.Debugger):
 
     def type_of(self, type_name):
         if type_name not in self.types:
-            try:
-                pointer = self.evaluated(f"({type_name}*)0")
-            except walk.Refused:
-                raise walk.Refused(f"there is no type '{type_name}'") from None
-            self.types[type_name] = pointer.GetType().GetPointeeType()
+            self.types[type_name] = self.evaluated(f"({type_name}*)0").GetType().GetPointeeType()
         return self.types[type_name]
-
-    def cast(self, type_name, pointer):
-        size = self.target.GetAddressByteSize()
-        make = lldb.SBData.CreateDataFromUInt64Array if size == 8 else \
-            lldb.SBData.CreateDataFromUInt32Array
-        data = make(self.target.GetByteOrder(), size, [pointer])
-        return self.target.CreateValueFromData("pointer", data, self.type_of(type_name))
 
     def kind(self, type_name):
         try:
             of_type = self.type_of(type_name).GetCanonicalType()
         except walk.Refused:
             return None
-        flags = of_type.GetTypeFlags()
-        return "pointer" if of_type.IsPointerType() else \
-            "integer" if flags & (lldb.eTypeIsInteger | lldb.eTypeIsEnumeration) else "other"
+        if not of_type.IsPointerType():
+            integer = lldb.eTypeIsInteger | lldb.eTypeIsEnumeration
+            return "integer" if of_type.GetTypeFlags() & integer else "other"
+        to = of_type.GetPointeeType()
+        if to.GetBasicType() == lldb.eBasicTypeVoid:
+            return "void"
+        return None if not to.IsTypeComplete() else "text" if to.GetByteSize() == 1 else "object"
 
-    def goal(self, type_name, pointer):
-        """What a pointer points to as a value of LLDB, or the pointer itself."""
-        value = self.cast(type_name, pointer)
-        if not value.GetType().IsPointerType() or pointer == 0:
-            return value
-        to = value.GetType().GetPointeeType().GetCanonicalType()
-        plain = to.GetBasicType() == lldb.eBasicTypeVoid or to.GetByteSize() == 1
-        return value if plain else value.Dereference()
-
-    def shown(self, type_name, pointer):
-        value = self.goal(type_name, pointer)
-        if value.GetError().Fail() or (value.GetLoadAddress() not in (lldb.LLDB_INVALID_ADDRESS, 0) and
-                                       not value.GetData().IsValid()):
-            return f"<no memory at {pointer:#x}>"
-        return self.one_line(value)
+    def value(self, type_name, pointer, dereferenced):
+        size = self.target.GetAddressByteSize()
+        make = lldb.SBData.CreateDataFromSInt64Array if size == 8 else \
+            lldb.SBData.CreateDataFromSInt32Array
+        signed = pointer - (pointer >> 8 * size - 1 << 8 * size)  # Python's limit is that of long.
+        data = make(self.target.GetByteOrder(), size, [signed])
+        value = self.target.CreateValueFromData("pointer", data, self.type_of(type_name))
+        return value.Dereference() if dereferenced else value
 
     def one_line(self, value):
         if value.GetSummary():
@@ -103,28 +89,32 @@ class Lldb(walk.Debugger):
         text = value.GetValue() or "?"
         return hex(int(text, 16)) if value.GetType().IsPointerType() else text
 
-    def ordinal(self, type_name, pointer):
-        value = self.goal(type_name, pointer)
-        of_type = value.GetType().GetCanonicalType()
-        flags = of_type.GetTypeFlags()
+    def number(self, value):
+        flags = value.GetType().GetCanonicalType().GetTypeFlags()
         if flags & lldb.eTypeIsFloat:
             return float(value.GetValue())
-        if flags & (lldb.eTypeIsInteger | lldb.eTypeIsEnumeration):
-            signed = flags & lldb.eTypeIsSigned
-            return value.GetValueAsSigned() if signed else value.GetValueAsUnsigned()
-        if of_type.IsPointerType() and of_type.GetPointeeType().GetByteSize() == 1 and pointer:
-            error = lldb.SBError()
-            text = self.process().ReadCStringFromMemory(pointer, 1 << 16, error)
-            return text if error.Success() else None
-        return None
+        if not flags & (lldb.eTypeIsInteger | lldb.eTypeIsEnumeration):
+            return None
+        return value.GetValueAsSigned() if flags & lldb.eTypeIsSigned else value.GetValueAsUnsigned()
 
     def first_descent(self, compare, keys):
         # A loop in the process: one call takes as long as thousands there.
-        index = self.evaluated(
-            f"const void* keys[] = {{{', '.join(f'(void*){key}' for key in keys)}}}; int i = 1; "
-            f"while (i < {len(keys)} && ((int (*)(const void*, const void*)){compare})"
-            "(keys[i - 1], keys[i]) < 0) ++i; i").GetValueAsSigned()
-        return index if index < len(keys) else None
+        try:
+            index = self.evaluated(
+                f"const void* keys[] = {{{', '.join(f'(void*){key}ull' for key in keys)}}}; int i = 1; "
+                f"while (i < {len(keys)} && ((int (*)(const void*, const void*)){compare})"
+                "(keys[i - 1], keys[i]) < 0) ++i; i").GetValueAsSigned()
+            return index if index < len(keys) else None
+        except walk.Refused:  # The comparator crashed, and the process is back in the user's frame.
+            if len(keys) == 2:
+                raise walk.Crashed(1) from None
+        for index in range(1, len(keys)):
+            try:
+                if self.first_descent(compare, keys[index - 1:index + 1]):
+                    return index
+            except walk.Crashed:
+                raise walk.Crashed(index) from None
+        return None
 
     def limit(self):
         settings = self.target.GetDebugger().GetInternalVariableValue
@@ -133,9 +123,6 @@ class Lldb(walk.Debugger):
 
     def interrupted(self):
         return self.target.GetDebugger().GetCommandInterpreter().WasInterrupted()
-
-    def say(self, text):
-        print(text, flush=True)
 
 
 DEBUGGER = Lldb()
@@ -157,6 +144,8 @@ def command(function):
 
 
 def address_of(argument):
+    if not argument.strip():
+        raise walk.Refused("an address is missing, or the name of a map")
     value = DEBUGGER.evaluated(argument)
     is_object = value.GetType().GetCanonicalType().GetTypeClass() & (
         lldb.eTypeClassStruct | lldb.eTypeClassClass | lldb.eTypeClassArray)
@@ -186,8 +175,8 @@ def summary(value, _internals):
 
 
 def __lldb_init_module(debugger, _internals):
-    for name in ("qv-key-type", "qv-value-type", "qv-print", "qv-check"):
+    for name, text in walk.HELP.items():
         debugger.HandleCommand(
-            f"command script add -f {__name__}.{name.replace('-', '_')} {name}")
+            f'command script add -h "{name} {text}" -f {__name__}.{name.replace("-", "_")} {name}')
     debugger.HandleCommand(
         f"type summary add -F {__name__}.summary qv_btree_s qv_btree_node_s qv_btree_t qv_btree_node_t")

@@ -1,0 +1,297 @@
+"""Shows and checks qv_btree maps in the memory of a program. Knows no debugger: qv_btree_gdb.py and
+qv_btree_lldb.py supply what it needs, in a class each (see Debugger)."""
+import collections
+import struct
+import time
+
+MAX_LEVELS = 40
+CHUNK = 500  # comparisons between two reports of progress
+
+HELP = {
+    "qv-key-type": "TYPE: shows keys as what a pointer of this type points to, or as the integer "
+                   "in its place.",
+    "qv-value-type": "TYPE: the same for values.",
+    "qv-print": "ADDRESS: shows the qv_btree map or node at an address.",
+    "qv-check": "MAP: verifies a qv_btree map, given by name or address, and names the first broken "
+                "node. Without a process to run the comparator in, the order of keys is judged by "
+                "their values. Invariant 5, that entries stay in their nodes, cannot be seen in one "
+                "state of a map."}
+
+Map = collections.namedtuple("Map", "root compare nnodes title")
+Node = collections.namedtuple(
+    "Node", "address key value left right balance left_child right_child")
+
+
+class Unreadable(Exception):
+    """There is no memory at an address."""
+
+
+class Refused(Exception):
+    """What was asked for cannot be done; says why, for the user."""
+
+
+class Crashed(Exception):
+    """The comparator did not return for the keys before and at an index."""
+
+
+class Broken(Exception):
+    """Names the invariant of qv_btree.cpp that does not hold, and where."""
+
+
+class Debugger:
+    """What a debugger supplies; types are texts such as "char *". A derived class has the methods
+
+    pointer_format()             how struct reads a pointer: the order of bytes, and Q, I or H
+    read(address, size)          the bytes at an address; raises Unreadable
+    has_process()                whether a comparator could be called: not in a core dump
+    is_code(address)             whether a function may be there
+    kind(type_name)              "void", "text" or "object" for pointers to one, "integer", "other",
+                                 or None for an unknown type
+    value(type_name, pointer, dereferenced)  the debugger's value of a pointer or of its object
+    one_line(value)              a value as a text
+    number(value)                a value as a number of Python, or None where it is none
+    first_descent(compare, keys) the index of the first key that the comparator does not place after
+                                 its predecessor, or None; raises Crashed
+    limit()                      how many entries the user wants to see
+    """
+    key_type = value_type = "void *"
+    named = set()  # addresses of nodes that a check has named
+
+    def interrupted(self):
+        """Whether the user wants it to end, where that does not raise KeyboardInterrupt."""
+        return False
+
+    def goal(self, type_name, pointer):
+        """What to show for a pointer: a value of the debugger, or a text."""
+        kind = self.kind(type_name)
+        if kind is None:
+            raise Refused(f"there is no type '{type_name}'")
+        if kind != "integer" and pointer == 0:
+            return "NULL"
+        if kind in ("text", "object"):
+            try:
+                self.read(pointer, 1)
+            except Unreadable:
+                return f"<no memory at {pointer:#x}>"
+        return self.value(type_name, pointer, kind == "object")
+
+    def shown(self, type_name, pointer):
+        goal = self.goal(type_name, pointer)
+        return goal if isinstance(goal, str) else self.one_line(goal)
+
+    def key(self, node):
+        return self.shown(self.key_type, node.key)
+
+    def ordinal(self, node):
+        """The key as a number or text of Python, or None where it has no order."""
+        goal = self.goal(self.key_type, node.key)
+        if isinstance(goal, str) or self.kind(self.key_type) == "void":
+            return None
+        if self.kind(self.key_type) != "text":
+            return self.number(goal)
+        text = b""
+        while not text.endswith(b"\0"):
+            text += self.read(node.key + len(text), 1)
+        return text
+
+
+def checked_type(debugger, what, name):
+    """The type that a user has given; raises Refused where it cannot be one."""
+    name = name.strip()
+    kind = debugger.kind(name) if name else "missing"
+    if kind is None and not debugger.has_process():
+        print(f"{what}: there is no type '{name}' yet; it is looked up again when a map is shown")
+        return name
+    wrong = {"missing": "a type is missing", "other": f"'{name}' is not a type of pointers",
+             None: f"there is no type '{name}'"}.get(kind)
+    if wrong:
+        example = f"{name} *" if kind == "other" else "char *"
+        raise Refused(f"{what}: {wrong}; a right one looks like: {example}")
+    return name
+
+
+def read_fields(debugger, address, layout):
+    order, pointer = debugger.pointer_format()
+    layout = order + layout.replace("P", pointer)
+    return struct.unpack(layout, debugger.read(address, struct.calcsize(layout)))
+
+
+def read_node(debugger, address):
+    """Read by its layout in qv_btree.cpp: a library without debug information serves as well."""
+    return Node(address, *read_fields(debugger, address, "PPPPbBB"))
+
+
+def read_map(debugger, address):
+    try:
+        root, compare, _, _, nnodes = read_fields(debugger, address, "PPPPP")
+    except Unreadable:
+        raise Refused(f"not a map: there is no memory at {address:#x}") from None
+    if not debugger.is_code(compare):
+        raise Refused(f"not a map: at {address:#x} there is no comparator where maps have one")
+    return Map(root, compare, nnodes, f"qv_btree_t of {nnodes} entries")
+
+
+def entries(debugger, shown):
+    """The nodes in order. Follows the links as they are, but not for longer than the map is."""
+    address, is_child = shown.root, True
+    for _ in range(shown.nnodes if shown.root else 0):
+        try:
+            node = read_node(debugger, address)
+            while is_child and node.left_child:
+                node = read_node(debugger, node.left)
+        except Unreadable:
+            return
+        yield node
+        address, is_child = node.right, node.right_child
+        if not address:
+            return
+
+
+def map_text(debugger, shown):
+    texts = []
+    for node in entries(debugger, shown):
+        if len(texts) == debugger.limit():
+            texts[-1] += "..."
+            break
+        value = debugger.shown(debugger.value_type, node.value)
+        texts.append(f"[{debugger.key(node)}] = {value}")
+    return f"{shown.title} = {{{', '.join(texts)}}}"
+
+
+def node_text(debugger, node):
+    sides = []
+    for side, to, flag in (("left", node.left, node.left_child),
+                           ("right", node.right, node.right_child)):
+        try:
+            end = debugger.key(read_node(debugger, to)) if to else "NULL"
+        except Unreadable:
+            end = f"nowhere ({to:#x})"
+        kind = {0: "thread", 1: "child"}.get(flag, f"flag {flag}")
+        sides.append(f"{side} {kind} {end}")
+    value = debugger.shown(debugger.value_type, node.value)
+    return f"{debugger.key(node)} = {value}, balance {node.balance}, {', '.join(sides)}"
+
+
+def text_at(debugger, address):
+    """A map or a node."""
+    try:
+        return map_text(debugger, read_map(debugger, address))
+    except Refused as not_a_map:
+        try:
+            node = read_node(debugger, address)
+        except Unreadable:
+            raise not_a_map from None
+    plausible = abs(node.balance) <= 2 and max(node.left_child, node.right_child) <= 1
+    if not plausible and address not in debugger.named:
+        raise Refused(f"neither a map nor a node of one: {address:#x}")
+    return node_text(debugger, node)
+
+
+class Check:
+    def __init__(self, debugger, address):
+        self.debugger = debugger
+        self.map = read_map(debugger, address)
+        self.nodes = []
+        self.met = set()  # addresses
+        self.compared = 0
+        self.reported = time.monotonic()
+
+    def run(self):
+        """Returns what holds; raises Broken."""
+        debugger, nodes = self.debugger, self.nodes
+        if self.map.root:
+            self.height(None, "root", self.map.root, 1)
+        if nodes and nodes[-1].right:
+            raise self.broken("3: last right thread", nodes[-1])
+        if len(nodes) != self.map.nnodes:
+            raise self.broken(f"4: {len(nodes)} nodes, but nnodes is {self.map.nnodes}")
+        if debugger.has_process():
+            self.compare()
+            return f"{len(nodes)} entries, invariants 1 to 4 hold"
+        ordinals = list(self.ordinals())
+        if None in ordinals:
+            return (f"{len(nodes)} entries, invariants 2 to 4 hold; 1 not checked: without a process, "
+                    f"'{debugger.key_type}' gives no values to order")
+        if all(a < b for a, b in zip(ordinals, ordinals[1:])):
+            return f"{len(nodes)} entries, invariants 1 to 4 hold (1 by the values of the keys)"
+        return (f"{len(nodes)} entries, invariants 2 to 4 hold; keys do not ascend by value: your "
+                "comparator may differ")
+
+    def broken(self, what, *nodes):
+        self.debugger.named.update(node.address for node in nodes)
+        places = [f"node {node.address:#x}, key {self.debugger.key(node)}" for node in nodes if node]
+        return Broken(f"invariant {what}" + (", at " if places else "") + ", and ".join(places))
+
+    def ordinals(self):
+        for self.compared, node in enumerate(self.nodes, 1):
+            yield self.debugger.ordinal(node)
+            if self.compared % CHUNK == 0:
+                self.report()
+
+    def height(self, parent, side, address, level):
+        """Of a subtree, whose nodes join self.nodes in order."""
+        around = [parent] if parent else []
+        if not address:
+            raise self.broken(f"3: NULL as {side} child", *around)
+        try:
+            node = read_node(self.debugger, address)
+        except Unreadable:
+            raise self.broken(f"3: {side} link to {address:#x}, where there is no memory",
+                              *around) from None
+        if address in self.met:
+            raise self.broken(f"2: {side} child that is met twice", *around, node)
+        if level > MAX_LEVELS:
+            raise self.broken(f"2: deeper than {MAX_LEVELS} levels", node)
+        self.met.add(address)
+        if {node.left_child, node.right_child} - {0, 1}:
+            raise self.broken("3: flags", node)
+        left = self.height(node, "left", node.left, level + 1) if node.left_child else 0
+        last = self.nodes[-1:]
+        if not node.left_child and node.left != (last[0].address if last else 0):
+            raise self.broken("3: left thread", *last, node)
+        if last and not last[0].right_child and last[0].right != address:
+            raise self.broken("3: right thread", *last, node)
+        self.nodes.append(node)
+        if len(self.nodes) % CHUNK == 0:
+            self.report()
+        right = self.height(node, "right", node.right, level + 1) if node.right_child else 0
+        if node.balance != right - left or abs(node.balance) > 1:
+            raise self.broken("2: balance", node)
+        return max(left, right) + 1
+
+    def compare(self):
+        for first in range(0, len(self.nodes), CHUNK):
+            chunk = self.nodes[first:first + CHUNK + 1]
+            try:
+                index, what = self.debugger.first_descent(
+                    self.map.compare, [node.key for node in chunk]), "order"
+            except Crashed as crashed:
+                index, what = crashed.args[0], "the comparator crashed"
+            if index is not None:
+                raise self.broken(f"1: {what}", *chunk[index - 1:index + 1])
+            self.compared = first + len(chunk)
+            self.report()
+
+    def report(self):
+        if self.debugger.interrupted():
+            raise KeyboardInterrupt
+        if time.monotonic() > self.reported + 2:
+            self.reported = time.monotonic()
+            print(self.progress(), flush=True)
+
+    def progress(self):
+        done = f"invariants 2 to 4 hold, compared {self.compared}" if self.compared else \
+            f"read {len(self.nodes)}"
+        return f"{done} of {self.map.nnodes} entries"
+
+
+def check(debugger, address):
+    """What qv-check prints."""
+    running = Check(debugger, address)
+    try:
+        return running.run()
+    except Broken as broken:
+        return str(broken)
+    except KeyboardInterrupt:
+        print(f"interrupted: {running.progress()}")
+        return ""
