@@ -24,6 +24,7 @@
 #include <set>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "keys.h"
@@ -141,6 +142,27 @@ private:
     void copy(const Peer& map) {
         std::unique_ptr<Peer> copy;
         timed("copy", [&] { copy = std::make_unique<Peer>(map); });
+        if constexpr (std::is_same_v<Peer, Ours>) {
+            if (numbers_.size() > 1000000) {
+                return;
+            }
+            // The comparator calls of a copy alone: noted in one, and repeated.
+            qv_btree_t* const noting = qv_btree_new(note, nullptr, nullptr);
+            qv_btree_assign(noting, map.handle(), nullptr, nullptr);
+            qv_btree_free(noting);
+            const volatile qv_comparator_pt compare = Kind::compare;
+            timed("copy limit", [&] {
+                for (const auto& keys : noted_) {
+                    benchmark::DoNotOptimize(compare(keys.first, keys.second));
+                }
+            });
+            noted_.clear();
+        }
+    }
+
+    static int32_t note(const void* a, const void* b) {
+        noted_.emplace_back(a, b);
+        return Kind::compare(a, b);
     }
 
     void remove(Peer& map) {
@@ -195,6 +217,7 @@ private:
     std::mt19937 random_{1};
     std::vector<uint32_t> numbers_;
     std::vector<void*> owned_;
+    static inline std::vector<std::pair<const void*, const void*>> noted_;
 };
 
 template <typename Peer, typename Kind>

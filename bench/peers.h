@@ -1,8 +1,8 @@
 // The maps that are measured, each behind the same few operations on void* keys and values.
 //
 // Each is used as its users would at their best. All call the same comparator through the same
-// pointer, take their memory from the same malloc, and hand keys and values to the same destructor
-// when they let go of them.
+// pointer, take their memory from the same malloc, and release keys and values by the same
+// destructor.
 #ifndef QV_BENCH_PEERS_H
 #define QV_BENCH_PEERS_H
 
@@ -184,7 +184,7 @@ public:
         return stored != nullptr ? stored : value;
     }
 
-    // Its comparator notes the entry, which tdelete() does not tell: so one search is enough.
+    // Its comparator notes the entry, which tdelete() does not return: so one search is enough.
     void remove(const void* key) {
         static Entry* noted;
         noted = nullptr;

@@ -11,7 +11,7 @@ void PointerChase::note(const void* key) {
         if (cmp == 0) {
             break;
         }
-        way.turns |= uint64_t{cmp > 0 ? 1U : 0U} << way.steps++;
+        way.branches |= uint64_t{cmp > 0 ? 1U : 0U} << way.steps++;
         node = cmp > 0 ? node->right : node->left;
     }
     ways_.push_back(way);
@@ -33,9 +33,9 @@ const void* PointerChase::run() const {
     for (Way way : ways_) {
         const uintptr_t waited = reinterpret_cast<uintptr_t>(node) & mask;
         node = reinterpret_cast<qv_btree_node_t*>(reinterpret_cast<uintptr_t>(map_->root) | waited);
-        for (; way.steps > 0; --way.steps, way.turns >>= 1) {
+        for (; way.steps > 0; --way.steps, way.branches >>= 1) {
             // By arithmetic: a branch would be guessed, and the next load not wait for this one.
-            node = qv_btree_select(uintptr_t{0} - (way.turns & 1), node->left, node->right);
+            node = qv_btree_select(uintptr_t{0} - (way.branches & 1), node->left, node->right);
         }
     }
     return node;

@@ -9,7 +9,7 @@
 
 class PointerChase {
 public:
-    // Notes the turns on the way to each key, with the map's own comparator.
+    // Notes the branches on the way to each key, with the map's own comparator.
     template <typename Keys>
     PointerChase(const qv_btree_t* map, const Keys& keys) : map_(map) {
         for (const void* key : keys) {
@@ -25,7 +25,7 @@ public:
 
 private:
     struct Way {
-        uint64_t turns;  // right where a bit is set, the lowest first
+        uint64_t branches;  // to the right where a bit is set, the lowest first
         uint64_t steps;
     };
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Writes the measured part of docs/performance.md, its plots and its data from the benchmark's JSON.
+"""Writes the measured part of docs/performance.md and its plots from the benchmark's JSON.
 
-Usage: report.py DOCS_FOLDER JSON...   writes performance.md, performance.csv and img/*.svg
-       report.py --print JSON          prints the first table of the page, for a terminal
+Usage: report.py DOCS_FOLDER CSV JSON...   writes performance.md, img/*.svg and all data as CSV
+       report.py --print JSON              prints the first table of the page, for a terminal
 
 All figures are medians over the repetitions. A ratio is ours / peer.
 """
@@ -17,9 +17,10 @@ import sys
 
 OURS = "qv_btree"
 PEERS = ["std::map", "Boost AVL", "Abseil B-tree", "tsearch"]
-LIMIT, LEVELS = "find limit", "levels"
+LIMIT, LEVELS, COPY_LIMIT = "find limit", "levels", "copy limit"
 OPERATIONS = ["insert", "find", "find absent", "lower bound", "walk", "foreach", "copy", "remove",
               "clear", "bytes"]
+KINDS = ["boxed", "string", "in-pointer"]
 VERDICT = ["insert", "find", "find absent", "remove", "walk", "copy"]
 GROWTH = ["insert", "find"]
 COMPARATORS = {"boxed": "without branches", "boxed-branching": "with branches"}
@@ -37,7 +38,7 @@ def read(files):
             if run["run_type"] == "iteration":
                 peer, keys, order, entries = run["name"].split("/")[:4]
                 repetitions.add((int(entries), run["repetitions"]))
-                for operation in OPERATIONS + [LIMIT, LEVELS, "enter"]:
+                for operation in OPERATIONS + [LIMIT, LEVELS, COPY_LIMIT, "enter"]:
                     if operation in run:
                         samples[keys, order, int(entries), operation][peer].append(run[operation])
     results = {case: {peer: statistics.median(values) for peer, values in by_peer.items()}
@@ -98,15 +99,15 @@ def page_setup(repetitions, context):
 
 
 def page_kinds(results):
-    for keys in ("boxed", "string", "in-pointer"):
-        rows = []
-        for operation in OPERATIONS:
+    rows = []
+    for operation in OPERATIONS:
+        for keys in KINDS:
             by_size = [results[keys, "random", entries, operation] for entries in (1000, 1000000)]
-            rows.append([operation, *(f"{by_peer[OURS]:.0f}" for by_peer in by_size)] +
+            rows.append([operation, keys, *(f"{by_peer[OURS]:.0f}" for by_peer in by_size)] +
                         [" · ".join(cell(by_peer, peer, time=False) for by_peer in by_size)
                          for peer in PEERS])
-        yield from [f"### {keys.capitalize()} keys, random order: ratios at 1,000 · 1,000,000", "",
-                    *markdown(["", "ours, 1,000", "ours, 1,000,000", *PEERS], rows)]
+    return ["### All kinds of keys, random order: ratios at 1,000 · 1,000,000", "",
+            *markdown(["operation", "keys", "ours, 1,000", "ours, 1,000,000", *PEERS], rows)]
 
 
 def page_words(results):
@@ -120,14 +121,18 @@ def page_words(results):
 def page_limit(results):
     rows = []
     for (keys, order, entries, operation), by_peer in sorted(results.items()):
-        if operation == LIMIT and order == "random":
+        if operation == LIMIT and order == "random" and entries in (1000, 1000000):
             find = results[keys, order, entries, "find"][OURS]
             levels = results[keys, order, entries, LEVELS][OURS]
+            copy = results[keys, order, entries, "copy"]
             rows.append([keys, f"{entries:,}", f"{levels:.1f}", f"{find:.0f}",
-                         f"{by_peer[OURS]:.0f}", f"{find / by_peer[OURS]:.2f}"])
+                         f"{by_peer[OURS]:.0f} ({find / by_peer[OURS]:.2f})", f"{copy[OURS]:.0f}",
+                         f"{results[keys, order, entries, COPY_LIMIT][OURS]:.0f}",
+                         cell(copy, "std::map")])
     return ["### Distance to the limit, random order", "",
-            *markdown(["keys", "entries", "comparisons", "find, ns",
-                       "node-to-node loads alone, ns", "ratio"], rows)]
+            *markdown(["keys", "entries", "comparisons of a find", "find, ns",
+                       "its node-to-node loads alone", "copy, ns", "its comparisons alone",
+                       "a copy by std::map"], rows)]
 
 
 def gnuplot(folder, name, size, script):
@@ -202,7 +207,7 @@ def main():
     if sys.argv[1] == "--print":
         print_verdict(read(sys.argv[2:])[0])
         return
-    folder, *files = sys.argv[1:]
+    folder, data, *files = sys.argv[1:]
     results, repetitions, context = read(files)
     page = os.path.join(folder, "performance.md")
     with open(page, encoding="utf-8") as stream:
@@ -214,7 +219,7 @@ def main():
                                   *page_kinds(results), *page_limit(results), *growth, ""])
     with open(page, "w", encoding="utf-8") as stream:
         stream.write(text)
-    write_data(results, os.path.join(folder, "performance.csv"))
+    write_data(results, data)
     images = os.path.join(folder, "img")
     plot_verdict(results, images)
     for operation in GROWTH:

@@ -1,5 +1,5 @@
 /* A program with memory functions of its own: a static pool of equal blocks, which runs out. It
- * runs on microcontrollers as it stands; examples/boards has what two of them need besides. */
+ * runs on microcontrollers unchanged; examples/boards has what two of them need besides. */
 
 #include <qv/base/hal/hal_memory.h>
 #include <qv/base/qv_btree.h>

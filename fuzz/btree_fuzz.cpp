@@ -60,8 +60,12 @@ void check(const qv_btree_t* map, const Model& model) {
         entries[number_in(node->key)] = number_in(node->value);
     }
     EXPECT_EQ(model, entries);
-    EXPECT_EQ(model.empty() ? -1 : model.rbegin()->first,
-              number_in(qv_btree_node_key(qv_btree_last_node(map))));
+    node = qv_btree_last_node(map);
+    for (auto entry = model.rbegin(); entry != model.rend(); ++entry) {
+        EXPECT_EQ(entry->first, number_in(qv_btree_node_key(node)));
+        node = qv_btree_node_previous(node);
+    }
+    EXPECT_EQ(nullptr, node);
 }
 
 void operate(const std::string& name, Map& on, const Map& other, int key, int value) {

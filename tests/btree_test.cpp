@@ -34,7 +34,7 @@ using Int = intptr_t;
 std::string events;
 int refuse_in = 0;           // The refuse_in-th allocation from now on gets no memory.
 const qv_btree_t* observed;  // the map whose size is logged
-std::function<void(Int key)> inside_callback = [](Int) {};
+std::function<void(Int)> inside_callback = [](Int) {};
 
 void* ptr(Int n) {
     return reinterpret_cast<void*>(n);
@@ -74,6 +74,7 @@ void key_dtor(void* key) {
 
 void value_dtor(void* value) {
     log("value-", num(value), "/", qv_btree_size(observed));
+    inside_callback(num(value));
 }
 
 void* key_copy(void* key) {
@@ -148,11 +149,10 @@ TEST_F(Map, KeepsTheStoredKeyOrTheNewOne) {
     fill({11});
     qv_btree_node_t* const node = qv_btree_first_node(map);
     std::string seen;  // Against the rules for callers: the destructor looks into the map.
-    inside_callback = [&](Int) { seen = entries(map); };
+    inside_callback = [&](Int) { seen += entries(map); };
     EXPECT_EVENTS("value-110/1 key-12/1", qv_btree_insert(map, ptr(12), ptr(2)));
-    EXPECT_EQ(seen, "11=2 ");
     EXPECT_EVENTS("value-2/1 key-11/1", qv_btree_replace(map, ptr(13), ptr(3)));
-    EXPECT_EQ(seen, "11=3 ");
+    EXPECT_EQ(seen, "11=110 11=2 11=2 11=3 ");
     EXPECT_EQ(entries(map), "13=3 ");
     EXPECT_EQ(qv_btree_first_node(map), node);
 }
@@ -271,7 +271,7 @@ TEST_F(Map, TakesNullForAnEmptyMapAndForANode) {
         qv_btree_assign(t, nullptr, key_copy, value_copy);
         EXPECT_EQ(events, "");
     }
-    fill({1});
+    fill({1, 2});
     events.clear();
     expect_null({qv_btree_remove_node(nullptr, map->root), qv_btree_remove_node(map, nullptr)});
     qv_btree_insert(nullptr, ptr(1), ptr(1));
@@ -365,7 +365,6 @@ TEST_F(Map, IsCopiedUpwardsKeysBeforeValues) {
         "key+3 value+30 1003?1001 1003?1002 alloc",
         copy = qv_btree_copy(map, key_copy, value_copy));
     EXPECT_EQ(entries(copy), "1001=110 1002=120 1003=130 ");
-    EXPECT_EQ(entries(map), "1=10 2=20 3=30 ");
     qv_btree_free(copy);
     inside_callback = [&](Int key) {  // Against the rules for callers: an entry is stored first.
         key == 1   ? qv_btree_replace(map, ptr(4), ptr(40))
@@ -401,9 +400,9 @@ TEST_F(Map, KeepsItsComparatorAndDestructorsWhenAssigned) {
 #ifndef NDEBUG
 TEST_F(Map, AssertsWhatTheHeaderCallsUndefined) {
     fill({1});
-    EXPECT_DEATH(qv_btree_next_node(nullptr), "node");
-    EXPECT_DEATH(qv_btree_foreach(map, nullptr, nullptr), "func");
-    EXPECT_DEATH(qv_btree_remove_cmp(map, ptr(1), nullptr), "key_compare");
+    EXPECT_DEATH(qv_btree_next_node(nullptr), "node != nullptr");
+    EXPECT_DEATH(qv_btree_foreach(map, nullptr, nullptr), "func != nullptr");
+    EXPECT_DEATH(qv_btree_remove_cmp(map, ptr(1), nullptr), "key_compare != nullptr");
 }
 #endif
 

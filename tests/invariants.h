@@ -1,7 +1,6 @@
 // Checks a map against the invariants numbered in qv_btree.cpp, which must be included before this
 // header, for the records.
-#ifndef QV_TESTS_INVARIANTS_H
-#define QV_TESTS_INVARIANTS_H
+#pragma once
 
 #include <algorithm>
 #include <cstdlib>
@@ -49,5 +48,3 @@ inline std::string broken_invariant(const qv_btree_t* map) {
     require(count == map->nnodes, "4: nnodes", map->nnodes);
     return broken;
 }
-
-#endif  // QV_TESTS_INVARIANTS_H

@@ -4,15 +4,13 @@
 set -eu
 . "$(dirname "$0")/scratch.sh"
 source=$1 snippets=$2
-cp "$snippets/snippet_1.c" program.c
-cp "$snippets/snippet_2.cpp" program.cpp
 export CMAKE_GENERATOR=Ninja
 
 # consumer NAME LANGUAGES ARGUMENT...: configures and builds the consumer project, and runs its programs.
 consumer() {
     name=$1 languages=$2
     shift 2
-    quietly cmake -S "$source/tests/consumers" -B "$name" "-DPROGRAMS=$work" \
+    quietly cmake -S "$source/tests/consumers" -B "$name" "-DPROGRAMS=$snippets" \
         "-DLANGUAGES=$languages" "$@"
     quietly cmake --build "$name"
     for program in "$name"/bin/*; do
@@ -45,18 +43,14 @@ by_pkg_config() {
 consumer subdirectory 'C;CXX' "-DSUBDIRECTORY=$source" -DCMAKE_POSITION_INDEPENDENT_CODE=ON
 flags=-fsanitize=address,undefined
 consumer sanitized C "-DSUBDIRECTORY=$source" "-DCMAKE_C_FLAGS=$flags" "-DCMAKE_CXX_FLAGS=$flags"
-mkdir copy
-cp -R "$source/CMakeLists.txt" "$source/cmake" "$source/src" "$source/platform" copy
-git -c init.defaultBranch=main init -q copy
-git -C copy add -A
-git -C copy -c user.name=test -c user.email=test@example.org commit -q -m copy
-sed "s|/path/to/qv_btree|$work/copy|" "$snippets/snippet_4.cmake" >fetch.cmake
-consumer fetched C "-DSNIPPET=$work/fetch.cmake" -DBUILD_SHARED_LIBS=ON
 quietly cmake -S "$source" -B core -DQV_BASE_STD_PLATFORM=OFF
 quietly cmake --build core --target static_pool btree_test
-consumer shared C "-DSUBDIRECTORY=$work/copy"
+mkdir copy
+cp -R "$source/CMakeLists.txt" "$source/cmake" "$source/src" "$source/platform" copy
+consumer fetched C "-DSNIPPET=$snippets/snippet_4.cmake" -DBUILD_SHARED_LIBS=ON \
+    "-DFETCHCONTENT_SOURCE_DIR_QV_BASE=$work/copy"
 echo '#error edited' >>copy/src/base/qv_btree.h
-cmake --build shared >log 2>&1 && fail 'an edited header is not seen'
+cmake --build fetched >log 2>&1 && fail 'an edited header is not seen'
 grep -q 'error.*edited' log
 
 # The files of src/base alone, with a program's own memory functions.
@@ -68,14 +62,14 @@ quietly timeout 10 ./copied.program
 
 # Installed: with an absolute folder; and static and shared, elsewhere than configured.
 install_as build-absolute "-DCMAKE_INSTALL_LIBDIR=$work/absolute"
-by_pkg_config "$work/absolute" qv_base program.c
+by_pkg_config "$work/absolute" qv_base "$snippets/snippet_1.c"
 headers=include/x
 for shared in OFF ON; do
     install_as "build-$shared" "-DBUILD_SHARED_LIBS=$shared" "-DCMAKE_INSTALL_INCLUDEDIR=$headers"
     mv prefix moved
     consumer "package-$shared" 'C;CXX' "-DSNIPPET=$snippets/snippet_3.cmake" \
         "-DCMAKE_PREFIX_PATH=$work/moved"
-    by_pkg_config "$work/moved/lib" qv_base program.c
+    by_pkg_config "$work/moved/lib" qv_base "$snippets/snippet_1.c"
     by_pkg_config "$work/moved/lib" qv_base_core "$source/examples/static_pool.c"
     headers=$work/headers
 done

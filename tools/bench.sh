@@ -25,5 +25,5 @@ measure small /1000/ 9
 measure usual '-/(1000|10000000)/' 3
 [ "$mode" != --large ] || measure large /10000000/ 1
 # shellcheck disable=SC2086 # One argument for each file.
-python3 bench/report.py docs $results
-echo "dev: written to docs/performance.md, docs/performance.csv and docs/img" >&2
+python3 bench/report.py docs "$folder/performance.csv" $results
+echo "dev: written to docs/performance.md and docs/img; all figures: $folder/performance.csv" >&2

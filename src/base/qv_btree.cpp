@@ -512,8 +512,8 @@ void qv_btree_clear(qv_btree_t* t) {
     }
     qv_btree_node_t* node = qv_btree_first_node(t);
     while (node != nullptr) {
-        // Links of nodes already released are never read: a successor lies ahead in key order, and
-        // so does everything on the way to it.
+        // Links of released nodes are never read: a successor and all nodes on the way to it are
+        // later in key order.
         qv_btree_node_t* const next = qv_btree_next_node(node);
         qv_btree_node_destroy_entry(t, node);
         HAL_Free(node);
