@@ -47,8 +47,8 @@ Int num(const void* p) {
 template <typename... Parts>
 void log(const Parts&... parts) {
     std::ostringstream text;
-    (text << (events.empty() ? "" : " ") << ... << parts);
-    events += text.str();
+    (text << ... << parts);
+    events += (events.empty() ? "" : " ") + text.str();
     if (events.size() > 9999) {
         throw std::length_error("endless: " + events.substr(0, 999));
     }
