@@ -12,6 +12,7 @@
 #include <iostream>
 #include <map>
 #include <random>
+#include <set>
 #include <vector>
 
 #include "invariants.h"
@@ -20,16 +21,15 @@ namespace {
 
 using Model = std::map<int, int>;
 
-size_t live;   // objects and blocks that are not yet released
-bool refuses;  // memory
+std::set<void*> live;  // objects and blocks that are not yet released
+bool refuses;          // memory
 
 int* make(int number) {
-    ++live;
-    return new int(number);
+    return static_cast<int*>(*live.insert(new int(number)).first);
 }
 
 void drop(void* object) {
-    --live;
+    EXPECT_EQ(1U, live.erase(object));
     delete static_cast<int*>(object);
 }
 
@@ -118,12 +118,11 @@ void operate(const std::string& name, Map& on, const Map& other, int key, int va
 }  // namespace
 
 void* HAL_Malloc(unsigned long size) {
-    live += refuses ? 0 : 1;
-    return refuses ? nullptr : std::memset(std::malloc(size), 42, size);
+    return refuses ? nullptr : std::memset(*live.insert(std::malloc(size)).first, 42, size);
 }
 
 void HAL_Free(void* ptr) {
-    --live;
+    EXPECT_EQ(1U, live.erase(ptr));
     std::free(ptr);
 }
 
@@ -145,11 +144,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         operate(name, map, maps[value & 1], key, value);
         check(maps[0].map, maps[0].model);
         check(maps[1].map, maps[1].model);
-        EXPECT_EQ(2 + 3 * (maps[0].model.size() + maps[1].model.size()), live);
+        EXPECT_EQ(2 + 3 * (maps[0].model.size() + maps[1].model.size()), live.size());
     }
     qv_btree_free(maps[0].map);
     qv_btree_free(maps[1].map);
-    EXPECT_EQ(0U, live);
+    EXPECT_EQ(0U, live.size());
     return 0;
 }
 

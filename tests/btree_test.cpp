@@ -107,7 +107,7 @@ class Map : public testing::Test {
 protected:
     Map() { create(compare, key_dtor, value_dtor); }
 
-    ~Map() override {
+    void TearDown() override {
         inside_callback = [](Int) {};
         if (!HasFailure()) {
             qv_btree_free(map);
@@ -131,15 +131,16 @@ protected:
 
     // A test ends at the first broken invariant: what follows might crash or never end.
     void check() const {
-        const std::string seen = events;
+        const std::string before = events;
         const std::string broken = broken_invariant(map);
         if (!broken.empty()) {
-            throw std::logic_error(broken + ", after: " + seen);
+            throw std::logic_error(broken + ", after: " + before);
         }
-        events = seen;
+        events = before;
     }
 
     qv_btree_t* map = nullptr;
+    std::string seen;  // inside a callback
 };
 
 // --- Ownership: what is dropped, when, and what stays ----------------------------------------
@@ -148,8 +149,8 @@ TEST_F(Map, KeepsTheStoredKeyOrTheNewOne) {
     create(compare_tens, key_dtor, value_dtor);
     fill({11});
     qv_btree_node_t* const node = qv_btree_first_node(map);
-    std::string seen;  // Against the rules for callers: the destructor looks into the map.
-    inside_callback = [&](Int) { seen += entries(map); };
+    // Against the rules for callers: the destructors look into the map.
+    inside_callback = [this](Int) { seen += entries(map); };
     EXPECT_EVENTS("value-110/1 key-12/1", qv_btree_insert(map, ptr(12), ptr(2)));
     EXPECT_EVENTS("value-2/1 key-11/1", qv_btree_replace(map, ptr(13), ptr(3)));
     EXPECT_EQ(seen, "11=110 11=2 11=2 11=3 ");
@@ -175,8 +176,7 @@ TEST_F(Map, DropsNothingWithoutADestructor) {
 
 TEST_F(Map, DropsAnEntryAfterBalancing) {
     fill({2, 1, 3, 4});
-    std::string seen;  // Against the rules for callers, as above; and the count lags behind.
-    inside_callback = [&](Int) {
+    inside_callback = [this](Int) {  // Against the rules, as above; and the count lags behind.
         --map->nnodes;
         check();
         seen = entries(map);
@@ -233,7 +233,7 @@ TEST_F(Map, RefusesAnEntryBelowLevel40) {
     }
     const std::string before = entries(map);
     for (const Int key : {79, 81}) {
-        const std::string seen = events_of([&] { qv_btree_insert(map, ptr(key), ptr(2)); });
+        seen = events_of([&] { qv_btree_insert(map, ptr(key), ptr(2)); });
         EXPECT_EQ(std::count(seen.begin(), seen.end(), '?'), 40) << seen;
         EXPECT_EQ(std::count(seen.begin(), seen.end(), ' '), 39) << seen;
         EXPECT_EQ(entries(map), before);
@@ -366,7 +366,7 @@ TEST_F(Map, IsCopiedUpwardsKeysBeforeValues) {
         copy = qv_btree_copy(map, key_copy, value_copy));
     EXPECT_EQ(entries(copy), "1001=110 1002=120 1003=130 ");
     qv_btree_free(copy);
-    inside_callback = [&](Int key) {  // Against the rules for callers: an entry is stored first.
+    inside_callback = [this](Int key) {  // Against the rules, too: an entry is stored first.
         key == 1   ? qv_btree_replace(map, ptr(4), ptr(40))
         : key == 2 ? static_cast<void>(qv_btree_remove(map, ptr(3)))
                    : void();

@@ -26,12 +26,11 @@ tidy='clang-tidy --quiet --warnings-as-errors=*'
 echo "== cppcheck"
 # useStlAlgorithm: a plain loop is often the clearer one. constStatement: does not know templates.
 # constParameter: the signatures of callbacks are given. variableScope: a reference that is used in
-# a try block only is still declared where its object is. unusedStructMember: misses uses through
-# a std::map.
+# a try block only is still declared where its object is.
 # shellcheck disable=SC2046
 cppcheck --quiet --error-exitcode=1 --enable=warning,style,performance,portability --std=c++17 \
     --language=c++ --library=googletest --suppress=useStlAlgorithm --suppress=constStatement \
-    --suppress=constParameter --suppress=variableScope --suppress=unusedStructMember -Isrc/base -Itests \
+    --suppress=constParameter --suppress=variableScope -Isrc/base -Itests \
     $(echo "$sources" | grep 'cpp$')
 
 echo "== gcc -fanalyzer"

@@ -17,4 +17,4 @@ for page in [*pathlib.Path(".").glob("*.md"), *pathlib.Path("docs").glob("*.md")
         target = page.parent / path if path else page
         if not target.exists() or heading and heading not in headings(target.read_text("utf-8")):
             dead.append(f"{page}: dead link {link}")
-sys.exit("\n".join(dead))
+sys.exit("\n".join(dead) or 0)
