@@ -155,6 +155,9 @@ def map_text(debugger, shown):
             break
         value = debugger.shown(debugger.value_type, node.value)
         texts.append(f"[{debugger.key(node)}] = {value}")
+    else:
+        if len(texts) < shown.nnodes:
+            texts.append(f"<{shown.nnodes - len(texts)} not found: qv-check names why>")
     return f"{shown.title} = {{{', '.join(texts)}}}"
 
 

@@ -23,7 +23,8 @@ namespace {
 const char usage[] =
     "Usage: concordance [OPTION]... [FILE]...\n"
     "Print every word of the FILEs in ascending order: word, count, line numbers.\n"
-    "With no FILE, or where FILE is -, read standard input.\n"
+    "With no FILE, or where FILE is -, read standard input. (With no FILE, ./dev demo\n"
+    "gives it a licence text.)\n"
     "\n"
     "      --prefix P   only words that begin with P\n"
     "      --from W     only words from W on\n"

@@ -2,7 +2,7 @@
 // is worth. Map and node records are of one size on 64-bit machines. For one thread; memory once
 // taken is kept for further blocks.
 
-#include <qv/base/hal/hal_memory.h>
+#include <qv/base/qv_btree.h>  // which declares the two functions, with their linkage
 
 #include <cstdlib>
 #include <new>

@@ -90,6 +90,8 @@ print people->root->left_child = 7
 print people->root->key = (void*)0
 qv-check people => invariant 3: flags, at node @, key NULL
 qv-print people->root => NULL = 1930, balance 0, left flag 7 "Ada", right child "Grace"
+print people->root->left->right = (qv_btree_node_t*)16
+qv-print people => qv_btree_t of 3 entries = {["Ada"] = 1815, <2 not found: qv-check names why>}
 python import os, signal, threading
 python threading.Timer(3, os.kill, (os.getpid(), signal.SIGINT)).start()
 qv-check many => interrupted

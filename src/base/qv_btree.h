@@ -24,8 +24,8 @@ extern "C" {
  * **Comparator.** For as long as keys are stored, the comparator must order them as one total
  * order. It gives three answers: less than 0, 0, or greater than 0. The answer for the same two
  * keys is always the same, the answer for the two keys exchanged is the opposite, and the order is
- * transitive. A key must not change its place in that order while it is stored. With a comparator
- * that breaks these laws entries may become unreachable.
+ * transitive. A key must not change its place in that order while it is stored. Breaking one of
+ * these laws is undefined.
  *
  * The map itself never dereferences a key or a value. So NULL is a key like any other to a
  * comparator that can order it (but see qv_btree_low_bound() and qv_btree_remove_until()), and NULL
