@@ -97,7 +97,7 @@ std::string events_of(const std::function<void()>& action) {
 std::string entries(const qv_btree_t* map) {
     std::ostringstream text;
     auto* node = qv_btree_first_node(map);
-    for (; node != nullptr; node = qv_btree_next_node(node)) {
+    for (; node != nullptr && text.tellp() < 999; node = qv_btree_next_node(node)) {
         text << num(qv_btree_node_key(node)) << '=' << num(qv_btree_node_value(node)) << ' ';
     }
     return text.str();

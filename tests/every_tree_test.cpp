@@ -102,11 +102,13 @@ void insert(qv_btree_t* map, intptr_t key) {
     qv_btree_insert(map, ptr(key), nullptr);
 }
 
-// The tree of the map, with the indices of its records for keys.
-const Model* model_of(bool exists, const qv_btree_node_t* node) {
-    return exists ? tree(model_of(node->left_child != 0, node->left), node - records.data(),
-                         model_of(node->right_child != 0, node->right))
-                  : nullptr;
+// The tree of the map, with the indices of its records for keys; of a broken one, the upper levels.
+const Model* model_of(bool exists, const qv_btree_node_t* node, int levels = 8) {
+    return exists && node != nullptr && levels > 0
+               ? tree(model_of(node->left_child != 0, node->left, levels - 1),
+                      node - records.data(),
+                      model_of(node->right_child != 0, node->right, levels - 1))
+               : nullptr;
 }
 
 // --- All trees ---------------------------------------------------------------------------------
