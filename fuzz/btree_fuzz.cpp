@@ -153,6 +153,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 }
 
 TEST(Random, OperationsAreThoseOfStdMap) {
+    std::cerr << "seeds:";
     for (unsigned seed = 1; seed <= 200; ++seed) {
         std::cerr << ' ' << seed << std::flush;
         std::mt19937 random(seed);
