@@ -282,7 +282,7 @@ TEST_F(Map, TakesNullForAnEmptyMapAndForANode) {
     EXPECT_EQ(events, "");
 }
 
-TEST_F(Map, TakesNullForAKeyThatEndsARemovalUntilAKey) {
+TEST_F(Map, TakesNullForAKeyWhichEndsARemovalUntilAKey) {
     fill({1, 0, 2});
     qv_btree_node_t* const first = qv_btree_first_node(map);
     EXPECT_EVENTS("0?1 0?0", EXPECT_EQ(qv_btree_find_node(map, nullptr), first));
@@ -290,6 +290,10 @@ TEST_F(Map, TakesNullForAKeyThatEndsARemovalUntilAKey) {
     EXPECT_EVENTS("0?1 0?0 key-0/3 value-0/3 free-0/3",
                   EXPECT_EQ(qv_btree_remove_node(map, first), map->root));
     EXPECT_EQ(entries(map), "1=10 2=20 ");
+    const auto to_null = [](void*) -> void* { return nullptr; };
+    qv_btree_t* const copy = qv_btree_copy(map, to_null, to_null);
+    EXPECT_EQ(entries(copy), "0=0 ");
+    qv_btree_free(copy);
 }
 
 // --- Ranges: lookups, visits, and removing by range or another comparator ------------------------
