@@ -143,8 +143,8 @@ private:
         std::unique_ptr<Peer> copy;
         timed("copy", [&] { copy = std::make_unique<Peer>(map); });
         if constexpr (std::is_same_v<Peer, Ours>) {
-            if (numbers_.size() > 1000000) {
-                return;
+            if (numbers_.size() > 30000) {
+                return;  // The notes would take more time to read than the keys.
             }
             // The comparator calls of a copy alone: noted in one, and repeated.
             qv_btree_t* const noting = qv_btree_new(note, nullptr, nullptr);
