@@ -5,15 +5,15 @@
 
 #include "qv_btree.h"
 
-struct point {
-    int x, y;
-    bool operator<(const point& other) const { return x < other.x; }
+struct town {
+    std::string name;
+    int founded;
+    bool operator<(const town& other) const { return founded < other.founded; }
 };
 char names[3][8] = {"Grace", "Ada", "Edsger"};
 int born[3] = {1906, 1815, 1930};
-point points[3] = {{1, 2}, {3, 4}, {5, 6}};
-std::string towns[3] = {"Rome", "Oslo", "Bern"};
-qv_btree_t *people, *falling, *drawn, *visited, *many;
+town towns[3] = {{"Rome", -753}, {"Oslo", 1048}, {"Bern", 1191}};
+qv_btree_t *people, *falling, *visited, *many;
 
 template <typename T>
 int32_t compare(const void* a, const void* b) {
@@ -36,8 +36,7 @@ extern "C" int build() {
         return std::strcmp(static_cast<const char*>(a), static_cast<const char*>(b));
     });
     falling = make(born, [](const void* a, const void* b) { return compare<int>(b, a); });
-    drawn = make(points, compare<point>);
-    visited = make(towns, compare<std::string>);
+    visited = make(towns, compare<town>);
     return 3;
 }
 

@@ -51,11 +51,9 @@ qv-print 16 => not a map: there is no memory at @
 qv-check *(void**)people => not a map: at @ there is no comparator where maps have one
 qv-print names => neither a map nor a node of one: @
 set qv-key-type => qv-key-type: a type is missing; a right one looks like: char *
-set qv-value-type point => qv-value-type: '\''point'\'' is not a type of pointers; a right one looks like: point *
-set qv-key-type point *
-qv-print drawn => qv_btree_t of 3 entries = {[{x = 1, y = 2}] = 1906, [{x = 3, y = 4}] = 1815, [{x = 5, y = 6}] = 1930}
-set qv-key-type std::string *
-qv-print visited => qv_btree_t of 3 entries = {["Bern"] = 1930, ["Oslo"] = 1815, ["Rome"] = 1906}
+set qv-value-type town => qv-value-type: '\''town'\'' is not a type of pointers; a right one looks like: town *
+set qv-key-type town *
+qv-print visited => qv_btree_t of 3 entries = {[{name = "Rome", founded = -753}] = 1906, [{name = "Oslo", founded = 1048}] = 1815, [{name = "Bern", founded = 1191}] = 1930}
 set qv-key-type long
 qv-print many => qv_btree_t of 200000 entries = {[-2] = 1906, [-1] = 1815, [0] = 1906, [1] = 1815, [2] = 1906, [3] = 1815...}'
 for program in full bare; do
@@ -71,8 +69,8 @@ done
 cases 'gdb lldb' full core <<TEXT
 $looks
 qv-check many => 200000 entries, invariants 1 to 4 hold (1 by the values of the keys)
-set qv-key-type point *
-qv-check drawn => 3 entries, invariants 2 to 4 hold; 1 not checked: without a process, 'point *' gives no values to order
+set qv-key-type town *
+qv-check visited => 3 entries, invariants 2 to 4 hold; 1 not checked: without a process, 'town *' gives no values to order
 set qv-key-type int *
 qv-check falling => 3 entries, invariants 2 to 4 hold; keys do not ascend by value: your comparator may differ
 TEXT
