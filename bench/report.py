@@ -23,7 +23,7 @@ OPERATIONS = ["insert", "find", "find absent", "lower bound", "walk", "foreach",
 KINDS = ["boxed", "string", "in-pointer"]
 VERDICT = ["insert", "find", "find absent", "remove", "walk", "copy"]
 GROWTH = ["insert", "find"]
-UNORDERED = ["walk", "foreach", "clear", "bytes"]  # without a comparator call
+UNCOMPARED = ["walk", "foreach", "clear", "bytes"]  # without a comparator call
 COMPARATORS = {"boxed": "without branches", "boxed-branching": "with branches"}
 
 
@@ -63,7 +63,7 @@ def verdict(results):
         for keys, comparator in COMPARATORS.items():
             rows = [(operation, results[keys, "random", entries, operation])
                     for operation in VERDICT if (keys, "random", entries, operation) in results
-                    and (keys == "boxed" or operation not in [*UNORDERED, "copy"])]
+                    and (keys == "boxed" or operation not in [*UNCOMPARED, "copy"])]
             if rows:
                 yield entries, comparator, rows
 
@@ -103,7 +103,7 @@ def page_kinds(results):
     rows = []
     for operation in OPERATIONS:
         for keys in KINDS:
-            if operation in (VERDICT if keys == "boxed" else UNORDERED):
+            if operation in (VERDICT if keys == "boxed" else UNCOMPARED):
                 continue  # In the first table, or as with boxed keys.
             by_size = [results[keys, "random", entries, operation] for entries in (1000, 1000000)]
             rows.append([operation, keys, *(f"{by_peer[OURS]:.0f}" for by_peer in by_size)] +

@@ -4,7 +4,7 @@ kept=$PWD/$(basename "$0" .sh).log
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 trap 'exit 1' HUP INT TERM
-trap '' XFSZ # A file that is too large is an error of the program that writes it, not the end of all.
+trap '' XFSZ # To write beyond that is an error of the program that does, and does not kill the shell.
 ulimit -f 200000
 cd "$work"
 
