@@ -73,14 +73,19 @@ class Gdb(walk.Debugger):
     def first_descent(self, compare, keys):
         function = gdb.parse_and_eval(f"*(int (*)(const void*, const void*)){compare}")
         unwinds = gdb.parameter("unwindonsignal")
-        gdb.execute("set unwindonsignal on")  # A crash leads back to the user's frame.
+        gdb.execute("set unwindonsignal on")  # The process is back in the user's frame after a crash.
+        stops = []
+        gdb.events.stop.connect(stops.append)
         try:
             for index in range(1, len(keys)):
                 if int(function(keys[index - 1], keys[index])) >= 0:
                     return index
         except gdb.error:
+            if stops and getattr(stops[-1], "stop_signal", None) == "SIGINT":  # Ctrl-C may reach it.
+                raise KeyboardInterrupt from None
             raise walk.Crashed(index) from None
         finally:
+            gdb.events.stop.disconnect(stops.append)
             gdb.execute(f"set unwindonsignal {'on' if unwinds else 'off'}")
         return None
 

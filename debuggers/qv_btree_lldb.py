@@ -49,8 +49,8 @@ class Lldb(walk.Debugger):
         frame = self.process().GetSelectedThread().GetSelectedFrame()
         value = (frame if frame.IsValid() else self.target).EvaluateExpression(expression)
         if value.GetError().Fail():
-            lines = value.GetError().GetCString().splitlines()
-            raise walk.Refused(lines[min(1, len(lines) - 1)].replace("error: ", ""))
+            text = value.GetError().GetCString().replace("expression failed to parse:\n", "")
+            raise walk.Refused(text.splitlines()[0].replace("error: ", ""))
         return value
 
     def type_of(self, type_name):
@@ -105,7 +105,9 @@ class Lldb(walk.Debugger):
                 f"while (i < {len(keys)} && ((int (*)(const void*, const void*)){compare})"
                 "(keys[i - 1], keys[i]) < 0) ++i; i").GetValueAsSigned()
             return index if index < len(keys) else None
-        except walk.Refused:  # The comparator crashed, and the process is back in the user's frame.
+        except walk.Refused as refused:  # The process is back in the user's frame.
+            if "SIGINT" in str(refused):  # Ctrl-C may reach it.
+                raise KeyboardInterrupt from None
             if len(keys) == 2:
                 raise walk.Crashed(1) from None
         for index in range(1, len(keys)):
