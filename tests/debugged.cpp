@@ -32,7 +32,7 @@ qv_btree_t* make(T (&keys)[3], qv_comparator_pt comparator) {
     return map;
 }
 
-extern "C" int32_t interrupt(const void*, const void*) {
+extern "C" int32_t interrupt(const void* /*a*/, const void* /*b*/) {
     return std::raise(SIGINT);
 }
 
