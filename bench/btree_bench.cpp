@@ -1,23 +1,20 @@
-// The same work on our map and on those that people would otherwise use.
+// The same work on qv_btree and on the maps that people would otherwise use.
 //
-// One benchmark is one life of a map: build, look up, walk, copy, remove, clear. Every phase is
-// timed on its own and becomes a counter, in nanoseconds for each entry. Names read
-// PEER/KEYS/ORDER/ENTRIES. Another one enters the words of real texts; its names read
-// PEER/words/TEXT/DISTINCT WORDS.
-//
-// Usage: btree_bench [--brief] [OPTION OF GOOGLE BENCHMARK]...; --brief leaves some phases out.
+// PEER/KEYS/ENTRIES is the life of a map: build, look up, walk, copy, remove, clear. Every phase is
+// timed on its own and becomes a counter, in nanoseconds for each entry or lookup. PEER/words/TEXT
+// counts the words of real texts, and PEER/timers/ENTRIES is a queue of timers.
 
 #include <benchmark/benchmark.h>
 #include <gnu/libc-version.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <numeric>
 #include <random>
@@ -29,25 +26,27 @@
 
 #include "keys.h"
 #include "peers.h"
-#include "pointer_chase.h"
 
 namespace {
 
-bool brief = false;
+// At least so many operations are timed at once, or so many entries updated in one life.
+constexpr size_t at_once = 10000;
+constexpr size_t in_all = 1000000;
 
-size_t released = 0;
+using Numbers = std::vector<uint32_t>;
 
-void release(void* object) {
-    released += object != nullptr ? 1 : 0;
+// The time of some work, in nanoseconds.
+template <typename Work>
+double time_of(const Work& work) {
+    // A large request gathers what was released, so that each phase meets a tidy heap.
+    std::free(std::malloc(100000));
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start)
+        .count();
 }
 
 // --- One life of a map -----------------------------------------------------------------------
-
-bool visit(void* key, void* value, void* sum) {
-    *static_cast<uintptr_t*>(sum) +=
-        reinterpret_cast<uintptr_t>(key) ^ reinterpret_cast<uintptr_t>(value);
-    return false;
-}
 
 template <typename Peer, typename = void>
 struct HasLowerBound : std::false_type {};
@@ -57,174 +56,157 @@ struct HasLowerBound<Peer, std::void_t<decltype(&Peer::lower_bound)>> : std::tru
 template <typename Peer, typename Kind>
 class Life {
 public:
-    Life(benchmark::State& state, bool random_order, size_t entries)
-        : state_(state), random_order_(random_order), numbers_(entries) {
-        std::iota(numbers_.begin(), numbers_.end(), 0U);
-        owned_.reserve(entries);
+    explicit Life(size_t entries) : numbers_(entries), spread_(entries) {
+        std::iota(spread_.begin(), spread_.end(), 0U);
+        std::shuffle(spread_.begin(), spread_.end(), random_);
+        std::vector<double> weights;
+        for (size_t rank = 1; rank <= entries; ++rank) {
+            weights.push_back(1 / static_cast<double>(rank));
+        }
+        zipf_ = {weights.begin(), weights.end()};
     }
 
-    void live() {
-        Peer map(Kind::compare, release);
-        insert(map);
-        find(map);
-        find_limit(map);
-        find_absent(map);
-        walk(map);
-        copy(map);
-        remove(map);
-        if (!brief) {
-            build(map);
-            clear(map);
+    // Keys are allocated in the order of the first insertion.
+    void live(bool in_random_order) {
+        std::iota(numbers_.begin(), numbers_.end(), 0U);
+        const auto shuffle = [&](auto& values) {
+            if (in_random_order) {
+                std::shuffle(values.begin(), values.end(), random_);
+            }
+        };
+        shuffle(numbers_);
+        std::vector<std::unique_ptr<typename Kind::Key>> storage;
+        std::vector<void*> keys;
+        for (const uint32_t number : numbers_) {
+            storage.push_back(std::make_unique<typename Kind::Key>());
+            keys.push_back(Kind::make(*storage.back(), 2 * size_t{number} + 1));
         }
-        std::for_each(owned_.begin(), owned_.end(), Kind::disown);
-        owned_.clear();
-        benchmark::DoNotOptimize(released);
+        const std::string order = in_random_order ? ", random" : ", ascending";
+        for (size_t updated = 0; updated < at_once; updated += numbers_.size()) {
+            Peer map(Kind::compare);
+            const auto build = [&] {
+                for (void* key : keys) {
+                    map.insert(key, key);
+                }
+            };
+            timed("insert" + order, numbers_.size(), build);
+            if (in_random_order) {
+                if (updated == 0) {
+                    look_up(map);
+                }
+                walk_and_copy(map);
+            }
+            shuffle(numbers_);
+            each("remove" + order, Keys<Kind>(numbers_, 1), [&](void* key) { map.remove(key); });
+            if (in_random_order) {
+                build();
+                timed("clear", numbers_.size(), [&] { map.clear(); });
+            }
+            shuffle(keys);
+        }
+    }
+
+    void report(benchmark::State& state) const {
+        for (const auto& [name, total] : totals_) {
+            state.counters[name] = total.time / total.operations;
+        }
     }
 
 private:
-    void insert(Peer& map) {
-        for (void* key : Keys<Kind>(next_order(), 1)) {
-            owned_.push_back(Kind::own(key));
-            if constexpr (std::is_same_v<Kind, BoxedBeside>) {
-                map.insert(owned_.back(), owned_.back());
-            }
+    void look_up(const Peer& map) {
+        Numbers sought(std::max(at_once, numbers_.size()));
+        const auto find = [&](const std::string& name, size_t offset) {
+            each(name, Keys<Kind>(sought, offset),
+                 [&](const void* key) { benchmark::DoNotOptimize(map.find(key)); });
+        };
+        for (size_t i = 0; i < sought.size(); ++i) {
+            sought[i] = static_cast<uint32_t>(i % numbers_.size());
         }
-        if constexpr (!std::is_same_v<Kind, BoxedBeside>) {
-            timed("insert", [&] { build(map); });
-        }
-    }
-
-    void find(const Peer& map) {
-        const Keys<Kind> probes(next_order(), 1);
-        timed("find", [&] {
-            for (const void* key : probes) {
-                benchmark::DoNotOptimize(map.find(key));
-            }
-        });
-    }
-
-    void find_limit(const Peer& map) {
-        if constexpr (std::is_same_v<Peer, Ours>) {
-            const PointerChase chase(map.handle(), Keys<Kind>(next_order(), 1));
-            timed("find limit", [&] { benchmark::DoNotOptimize(chase.run()); });
-            count("levels", chase.levels());
-        }
-    }
-
-    void find_absent(const Peer& map) {
-        const Keys<Kind> probes(next_order(), 0);
-        timed("find absent", [&] {
-            for (const void* key : probes) {
-                benchmark::DoNotOptimize(map.find(key));
-            }
-        });
+        find("find, ascending", 1);
+        std::generate(sought.begin(), sought.end(), [&] { return spread_[zipf_(random_)]; });
+        find("find, Zipf", 1);
+        std::uniform_int_distribution<uint32_t> even(0, static_cast<uint32_t>(numbers_.size()) - 1);
+        std::generate(sought.begin(), sought.end(), [&] { return even(random_); });
+        find("find, random", 1);
+        find("find absent, random", 0);
         if constexpr (HasLowerBound<Peer>::value) {
-            if (brief) {
-                return;
-            }
-            timed("lower bound", [&] {
-                for (const void* key : probes) {
-                    benchmark::DoNotOptimize(map.lower_bound(key));
-                }
-            });
+            each("lower bound, random", Keys<Kind>(sought, 0),
+                 [&](const void* key) { benchmark::DoNotOptimize(map.lower_bound(key)); });
         }
     }
 
-    void walk(const Peer& map) {
+    void walk_and_copy(const Peer& map) {
         uintptr_t sum = 0;
-        timed("walk", [&] { map.walk([&](void* key, void* value) { visit(key, value, &sum); }); });
-        if (!brief) {
-            timed("foreach", [&] { map.visit(visit, &sum); });
-        }
-        benchmark::DoNotOptimize(sum);
-    }
-
-    void copy(const Peer& map) {
-        std::unique_ptr<Peer> copy;
-        timed("copy", [&] { copy = std::make_unique<Peer>(map); });
-        if constexpr (std::is_same_v<Peer, Ours>) {
-            if (numbers_.size() > 30000) {
-                return;  // The notes would take more time to read than the keys.
-            }
-            // The comparator calls of a copy alone: noted in one, and repeated.
-            qv_btree_t* const noting = qv_btree_new(note, nullptr, nullptr);
-            qv_btree_assign(noting, map.handle(), nullptr, nullptr);
-            qv_btree_free(noting);
-            const volatile qv_comparator_pt compare = Kind::compare;
-            timed("copy limit", [&] {
-                for (const auto& keys : noted_) {
-                    benchmark::DoNotOptimize(compare(keys.first, keys.second));
-                }
+        timed("walk", numbers_.size(), [&] {
+            map.walk([&](void* key, void* value) {
+                sum += reinterpret_cast<uintptr_t>(key) ^ reinterpret_cast<uintptr_t>(value);
             });
-            noted_.clear();
-        }
-    }
-
-    static int32_t note(const void* a, const void* b) {
-        noted_.emplace_back(a, b);
-        return Kind::compare(a, b);
-    }
-
-    void remove(Peer& map) {
-        const Keys<Kind> probes(next_order(), 1);
-        timed("remove", [&] {
-            for (const void* key : probes) {
-                map.remove(key);
-            }
         });
-    }
-
-    void clear(Peer& map) {
-        const auto before = static_cast<double>(mallinfo2().uordblks);
-        timed("clear", [&] { map.clear(); });
-        count("bytes", (before - static_cast<double>(mallinfo2().uordblks)) / entries());
-    }
-
-    void build(Peer& map) {
-        for (void* key : owned_) {
-            map.insert(key, key);
-        }
+        benchmark::DoNotOptimize(sum);
+        std::unique_ptr<Peer> copy;
+        timed("copy", numbers_.size(), [&] { copy = std::make_unique<Peer>(map); });
     }
 
     template <typename Work>
-    void timed(const char* name, const Work& work) {
-        // A large request gathers what was released, so that each phase meets a tidy heap.
-        std::free(std::malloc(100000));
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        const std::chrono::duration<double, std::nano> time =
-            std::chrono::steady_clock::now() - start;
-        count(name, time.count() / entries());
+    void each(const std::string& name, const Keys<Kind>& keys, const Work& work) {
+        timed(name, static_cast<size_t>(keys.end() - keys.begin()),
+              [&] { std::for_each(keys.begin(), keys.end(), work); });
     }
 
-    void count(const char* name, double value) {
-        auto& counter = state_.counters[name];
-        counter.value += value;
-        counter.flags = benchmark::Counter::kAvgIterations;
+    template <typename Work>
+    void timed(const std::string& name, size_t operations, const Work& work) {
+        totals_[name].time += time_of(work);
+        totals_[name].operations += static_cast<double>(operations);
     }
 
-    const std::vector<uint32_t>& next_order() {
-        if (random_order_) {
-            std::shuffle(numbers_.begin(), numbers_.end(), random_);
-        }
-        return numbers_;
-    }
+    struct Total {
+        double time = 0;
+        double operations = 0;
+    };
 
-    double entries() const { return static_cast<double>(numbers_.size()); }
-
-    benchmark::State& state_;
-    bool random_order_;
     std::mt19937 random_{1};
-    std::vector<uint32_t> numbers_;
-    std::vector<void*> owned_;
-    static inline std::vector<std::pair<const void*, const void*>> noted_;
+    Numbers numbers_;
+    Numbers spread_;  // the ranks of Zipf's law over the keys
+    std::discrete_distribution<uint32_t> zipf_;
+    std::map<std::string, Total> totals_;
 };
 
 template <typename Peer, typename Kind>
-void live(benchmark::State& state, bool random_order, size_t entries) {
-    Life<Peer, Kind> life(state, random_order, entries);
+void live(benchmark::State& state, size_t entries) {
+    Life<Peer, Kind> life(entries);
     for (auto _ : state) {
-        life.live();
+        life.live(true);
+        life.live(false);
+    }
+    life.report(state);
+}
+
+// --- A queue of timers -------------------------------------------------------------------------
+
+// Each step removes the first timer and inserts it again with a later time.
+template <typename Peer>
+void run_timers(benchmark::State& state, size_t entries) {
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int64_t> delay(1, 1000000);
+    std::vector<int64_t> delays(in_all);
+    std::generate(delays.begin(), delays.end(), [&] { return delay(random); });
+    const auto count = static_cast<int64_t>(entries);
+    for (auto _ : state) {
+        std::vector<std::unique_ptr<int64_t>> timers;
+        Peer map(Boxed::compare);
+        for (int64_t id = 0; id < count; ++id) {  // The remainder keeps the times apart.
+            timers.push_back(std::make_unique<int64_t>(delay(random) * count + id));
+            map.insert(timers.back().get(), timers.back().get());
+        }
+        state.counters["step"] = time_of([&] {
+                                     for (const int64_t after : delays) {
+                                         auto* const timer =
+                                             static_cast<int64_t*>(map.remove_first());
+                                         *timer += after * count;
+                                         map.insert(timer, timer);
+                                     }
+                                 }) /
+                                 static_cast<double>(delays.size());
     }
 }
 
@@ -233,12 +215,12 @@ void live(benchmark::State& state, bool random_order, size_t entries) {
 struct Text {
     std::string name;
     std::vector<std::string> words;
-    size_t distinct;
 };
 
-// The words of all files below a folder whose names have an ending.
+// The words of all files below a folder whose names have an ending. The name of the result ends in
+// the number of distinct words.
 Text read_words(const std::string& name, const char* folder, const std::string& ending) {
-    Text text = {name, {}, 0};
+    Text text;
     std::vector<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
         if (entry.is_regular_file() && entry.path().extension() == ending) {
@@ -253,12 +235,12 @@ Text read_words(const std::string& name, const char* folder, const std::string& 
             if (std::isalpha(static_cast<unsigned char>(c)) != 0) {
                 word += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
             } else if (!word.empty()) {
-                text.words.push_back(std::move(word));
-                word.clear();
+                text.words.push_back(std::exchange(word, ""));
             }
         }
     }
-    text.distinct = std::set<std::string>(text.words.begin(), text.words.end()).size();
+    const std::set<std::string> distinct(text.words.begin(), text.words.end());
+    text.name = name + '/' + std::to_string(distinct.size());
     return text;
 }
 
@@ -267,83 +249,75 @@ template <typename Peer>
 void enter_words(benchmark::State& state, const Text& text) {
     std::vector<size_t> counts(text.words.size());
     for (auto _ : state) {
-        Peer map(
-            [](const void* a, const void* b) -> int32_t {
-                return static_cast<const std::string*>(a)->compare(
-                    *static_cast<const std::string*>(b));
-            },
-            release);
-        const auto start = std::chrono::steady_clock::now();
-        for (size_t i = 0; i < counts.size(); ++i) {
-            ++*static_cast<size_t*>(
-                map.enter(const_cast<std::string*>(&text.words[i]), &counts[i]));
-        }
-        const std::chrono::duration<double, std::nano> time =
-            std::chrono::steady_clock::now() - start;
-        state.counters["enter"] = time.count() / static_cast<double>(counts.size());
+        Peer map([](const void* a, const void* b) -> int32_t {
+            return static_cast<const std::string*>(a)->compare(*static_cast<const std::string*>(b));
+        });
+        state.counters["enter"] =
+            time_of([&] {
+                for (size_t i = 0; i < counts.size(); ++i) {
+                    ++*static_cast<size_t*>(
+                        map.enter(const_cast<std::string*>(&text.words[i]), &counts[i]));
+                }
+            }) /
+            static_cast<double>(counts.size());
     }
 }
 
 // --- Registration ------------------------------------------------------------------------------
 
+void add(const std::string& name, size_t iterations,
+         const std::function<void(benchmark::State&)>& run) {
+    benchmark::RegisterBenchmark(name.c_str(), run)  // NOLINT: older releases take no std::string.
+        ->Iterations(static_cast<int64_t>(iterations));
+}
+
 template <typename Peer>
-void register_peer(const std::string& peer, const std::vector<Text>& texts) {
-    const auto add = [&](const char* kind, auto* function, size_t entries, bool random_order) {
-        const std::string name = peer + '/' + kind + '/' + (random_order ? "random" : "ascending") +
-                                 '/' + std::to_string(entries);
-        benchmark::RegisterBenchmark(name.c_str(), function, random_order, entries)
-            ->Iterations(static_cast<int64_t>(std::max<size_t>(1, 1000000 / entries)));
-    };
-    for (const size_t entries : {1000U, 30000U, 1000000U}) {
-        for (const bool random_order : {true, false}) {
-            add(Boxed::name, live<Peer, Boxed>, entries, random_order);
-            add(String::name, live<Peer, String>, entries, random_order);
-            add(InPointer::name, live<Peer, InPointer>, entries, random_order);
+void add_peer(const std::string& peer, const std::vector<Text>& texts) {
+    using State = benchmark::State;
+    for (const size_t entries : {100U, 1000U, 10000U, 100000U, 1000000U}) {
+        const std::string size = '/' + std::to_string(entries);
+        const auto add_kind = [&](auto kind) {
+            using Kind = decltype(kind);
+            add(peer + '/' + Kind::name + size, in_all / std::max(entries, at_once),
+                [entries](State& state) { live<Peer, Kind>(state, entries); });
+        };
+        add_kind(Boxed());
+        if constexpr (std::is_same_v<Peer, QvBtree> || std::is_same_v<Peer, StdMap>) {
+            add_kind(Branching());
+            add_kind(String());
+            add_kind(InPointer());
         }
-        add(BoxedBranching::name, live<Peer, BoxedBranching>, entries, true);
-    }
-    if constexpr (!std::is_same_v<Peer, Tsearch>) {
-        add(Boxed::name, live<Peer, Boxed>, 10000000, true);
-    }
-    if constexpr (std::is_same_v<Peer, Ours>) {
-        add(BoxedBeside::name, live<Peer, BoxedBeside>, 1000000, true);
+        if constexpr (!std::is_same_v<Peer, Tsearch>) {
+            add(peer + "/timers" + size, 1,
+                [entries](State& state) { run_timers<Peer>(state, entries); });
+        }
     }
     for (const Text& text : texts) {
-        const std::string name = peer + "/words/" + text.name + '/' + std::to_string(text.distinct);
-        benchmark::RegisterBenchmark(name.c_str(), enter_words<Peer>, text)->Iterations(1);
+        add(peer + "/words/" + text.name, 1,
+            [&text](State& state) { enter_words<Peer>(state, text); });
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::vector<Text> texts;
-    if (argc > 1 && std::strcmp(argv[1], "--brief") == 0) {
-        brief = true;
-        std::rotate(argv + 1, argv + 2, argv + argc);
-        --argc;
-    } else {
-        texts = {read_words("licences", "/usr/share/common-licenses", ""),
-                 read_words("C headers", "/usr/include", ".h")};
-    }
-    register_peer<Ours>("qv_btree", texts);
-    register_peer<StdMap>("std::map", texts);
+    const std::vector<Text> texts = {
+        read_words("licences", "/usr/share/common-licenses", ""),
+        read_words("C headers", "/usr/include", ".h"),
+    };
+    add_peer<QvBtree>("qv_btree", texts);
+    add_peer<StdMap>("std::map", texts);
     benchmark::AddCustomContext("compiler", QV_BENCH_COMPILER);
     benchmark::AddCustomContext("glibc", gnu_get_libc_version());
-    benchmark::AddCustomContext("Google Benchmark", QV_BENCH_BENCHMARK);
 #ifdef QV_BENCH_BOOST
-    register_peer<BoostAvl>("Boost AVL", texts);
+    add_peer<BoostAvl>("Boost AVL", texts);
     benchmark::AddCustomContext("Boost", BOOST_LIB_VERSION);
-#else
-    std::fputs("Boost is not installed: its AVL map is left out\n", stderr);
 #endif
 #ifdef QV_BENCH_ABSL
-    register_peer<AbslBtree>("Abseil B-tree", texts);
+    add_peer<AbslBtree>("Abseil B-tree", texts);
     benchmark::AddCustomContext("Abseil", std::to_string(ABSL_LTS_RELEASE_VERSION));
-#else
-    std::fputs("Abseil is not installed: its B-tree is left out\n", stderr);
 #endif
-    register_peer<Tsearch>("tsearch", texts);
+    add_peer<Tsearch>("tsearch", texts);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 2;

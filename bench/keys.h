@@ -1,5 +1,4 @@
-// The kinds of keys that are measured. In each, key number n sorts by n. A stored key is an object
-// of its own on the heap; a probe is another one.
+// The kinds of keys that are measured. In each, key number n sorts by n.
 #ifndef QV_BENCH_KEYS_H
 #define QV_BENCH_KEYS_H
 
@@ -14,40 +13,19 @@ int32_t sign_of_difference(const T& a, const T& b) {
     return int32_t{a > b} - int32_t{a < b};
 }
 
-struct InPointer {
-    static constexpr const char* name = "in-pointer";
-    struct Key {};
-    static int32_t compare(const void* a, const void* b) {
-        return sign_of_difference(reinterpret_cast<uintptr_t>(a), reinterpret_cast<uintptr_t>(b));
-    }
-    static void* make(Key& /*key*/, size_t n) { return reinterpret_cast<void*>(n); }
-    static void* own(void* key) { return key; }
-    static void disown(void* /*key*/) {}
-};
-
-struct BoxedKeys {
+struct Boxed {
+    static constexpr const char* name = "boxed";
     using Key = int64_t;
     static int32_t compare(const void* a, const void* b) {
         return sign_of_difference(*static_cast<const Key*>(a), *static_cast<const Key*>(b));
     }
     static void* make(Key& key, size_t n) { return &(key = static_cast<Key>(n)); }
-    static void* own(void* key) { return new Key(*static_cast<Key*>(key)); }
-    static void disown(void* key) { delete static_cast<Key*>(key); }
-};
-
-struct Boxed : BoxedKeys {
-    static constexpr const char* name = "boxed";
-};
-
-// Each key allocated right before its insertion, which puts it beside its entry in memory. All
-// others are allocated before the first insertion, which then is measured without that.
-struct BoxedBeside : BoxedKeys {
-    static constexpr const char* name = "boxed-beside";
 };
 
 // As people often write it.
-struct BoxedBranching : BoxedKeys {
-    static constexpr const char* name = "boxed-branching";
+struct Branching {
+    static constexpr const char* name = "branching";
+    using Key = Boxed::Key;
     static int32_t compare(const void* a, const void* b) {
         const Key left = *static_cast<const Key*>(a);
         const Key right = *static_cast<const Key*>(b);
@@ -56,6 +34,7 @@ struct BoxedBranching : BoxedKeys {
         }
         return left == right ? 0 : 1;
     }
+    static void* make(Key& key, size_t n) { return Boxed::make(key, n); }
 };
 
 struct String {
@@ -68,8 +47,15 @@ struct String {
         static_cast<void>(std::snprintf(key.data(), key.size(), "customer/%011zu", n));
         return key.data();
     }
-    static void* own(void* key) { return new Key(*static_cast<Key*>(key)); }
-    static void disown(void* key) { delete static_cast<Key*>(key); }
+};
+
+struct InPointer {
+    static constexpr const char* name = "in pointer";
+    struct Key {};
+    static int32_t compare(const void* a, const void* b) {
+        return sign_of_difference(reinterpret_cast<uintptr_t>(a), reinterpret_cast<uintptr_t>(b));
+    }
+    static void* make(Key& /*key*/, size_t n) { return reinterpret_cast<void*>(n); }
 };
 
 // Keys 2n + offset in the order of the numbers n, side by side in memory in that order.

@@ -1,8 +1,7 @@
 // The maps that are measured, each behind the same few operations on void* keys and values.
 //
 // Each is used as its users would at their best. All call the same comparator through the same
-// pointer, take their memory from the same malloc, and release keys and values by the same
-// destructor.
+// pointer and take their memory from the same malloc. Keys and values are not theirs.
 #ifndef QV_BENCH_PEERS_H
 #define QV_BENCH_PEERS_H
 
@@ -22,16 +21,18 @@
 #define QV_BENCH_ABSL 1
 #endif
 
-class Ours {
+class QvBtree {
 public:
-    Ours(qv_comparator_pt compare, qv_dtor_pt dtor) : map_(qv_btree_new(compare, dtor, dtor)) {}
-    Ours(const Ours& other) : map_(qv_btree_copy(other.map_, nullptr, nullptr)) {}
-    Ours& operator=(const Ours&) = delete;
-    ~Ours() { qv_btree_free(map_); }
+    explicit QvBtree(qv_comparator_pt compare) : map_(qv_btree_new(compare, nullptr, nullptr)) {}
+    QvBtree(const QvBtree& other) : map_(qv_btree_copy(other.map_, nullptr, nullptr)) {}
+    QvBtree& operator=(const QvBtree&) = delete;
+    ~QvBtree() { qv_btree_free(map_); }
 
     void insert(void* key, void* value) { qv_btree_insert(map_, key, value); }
     void* find(const void* key) const { return qv_btree_find(map_, key); }
     void* lower_bound(const void* key) const { return qv_btree_low_bound(map_, key); }
+    void remove(const void* key) { qv_btree_remove(map_, key); }
+    void clear() { qv_btree_clear(map_); }
 
     // The value under key: the stored one, or value, which then is stored.
     void* enter(void* key, void* value) {
@@ -42,9 +43,12 @@ public:
         return stored != nullptr ? stored : value;
     }
 
-    void remove(const void* key) { qv_btree_remove(map_, key); }
-    void clear() { qv_btree_clear(map_); }
-    void visit(qv_key_value_pt func, void* data) const { qv_btree_foreach(map_, func, data); }
+    void* remove_first() {
+        qv_btree_node_t* const node = qv_btree_first_node(map_);
+        void* const key = qv_btree_node_key(node);
+        qv_btree_remove_node(map_, node);
+        return key;
+    }
 
     template <typename Use>
     void walk(Use use) const {
@@ -53,8 +57,6 @@ public:
             use(qv_btree_node_key(node), qv_btree_node_value(node));
         }
     }
-
-    const qv_btree_t* handle() const { return map_; }
 
 private:
     qv_btree_t* map_;
@@ -82,14 +84,9 @@ struct ThreeWay {
 template <typename Map>
 class StandardMap {
 public:
-    StandardMap(qv_comparator_pt compare, qv_dtor_pt dtor)
-        : map_(typename Map::key_compare{compare}), dtor_(dtor) {}
+    explicit StandardMap(qv_comparator_pt compare) : map_(typename Map::key_compare{compare}) {}
 
     void insert(void* key, void* value) { map_.insert(typename Map::value_type(key, value)); }
-
-    void* enter(void* key, void* value) {
-        return map_.insert(typename Map::value_type(key, value)).first->second;
-    }
 
     void* find(const void* key) const {
         const auto at = map_.find(const_cast<void*>(key));
@@ -104,27 +101,20 @@ public:
     void remove(const void* key) {
         const auto at = map_.find(const_cast<void*>(key));
         if (at != map_.end()) {
-            const auto entry = *at;
             map_.erase(at);
-            dtor_(entry.first);
-            dtor_(entry.second);
         }
     }
 
-    void clear() {
-        walk([this](void* key, void* value) {
-            dtor_(key);
-            dtor_(value);
-        });
-        map_.clear();
+    void clear() { map_.clear(); }
+
+    void* enter(void* key, void* value) {
+        return map_.insert(typename Map::value_type(key, value)).first->second;
     }
 
-    void visit(qv_key_value_pt func, void* data) const {
-        for (auto at = map_.begin(); at != map_.end(); ++at) {
-            if (func(at->first, at->second, data)) {
-                break;
-            }
-        }
+    void* remove_first() {
+        void* const key = map_.begin()->first;
+        map_.erase(map_.begin());
+        return key;
     }
 
     template <typename Use>
@@ -136,7 +126,6 @@ public:
 
 private:
     Map map_;
-    qv_dtor_pt dtor_;
 };
 
 using StdMap = StandardMap<std::map<void*, void*, Less>>;
@@ -150,17 +139,16 @@ using BoostAvl = StandardMap<
 using AbslBtree = StandardMap<absl::btree_map<void*, void*, ThreeWay>>;
 #endif
 
-// glibc's red-black tree, which stores one pointer: to an entry of key and value.
+// glibc's red-black tree, which stores one pointer: to an entry of key and value. It has neither a
+// lower bound nor a first entry.
 class Tsearch {
 public:
-    Tsearch(qv_comparator_pt compare, qv_dtor_pt dtor) : dtor_(dtor) { compare_keys = compare; }
-
-    Tsearch(const Tsearch& other) : dtor_(other.dtor_) {
+    explicit Tsearch(qv_comparator_pt compare) { compare_keys = compare; }
+    Tsearch(const Tsearch& other) {
         other.walk([this](void* key, void* value) { insert(key, value); });
     }
-
     Tsearch& operator=(const Tsearch&) = delete;
-    ~Tsearch() { tdestroy(root_, std::free); }
+    ~Tsearch() { clear(); }
 
     void insert(void* key, void* value) {
         auto* const entry = static_cast<Entry*>(std::malloc(sizeof(Entry)));
@@ -176,14 +164,6 @@ public:
         return found != nullptr ? (*found)->value : nullptr;
     }
 
-    void* enter(void* key, void* value) {
-        void* const stored = find(key);
-        if (stored == nullptr) {
-            insert(key, value);
-        }
-        return stored != nullptr ? stored : value;
-    }
-
     // Its comparator notes the entry, which tdelete() does not return: so one search is enough.
     void remove(const void* key) {
         static Entry* noted;
@@ -194,15 +174,20 @@ public:
             noted = cmp == 0 ? const_cast<Entry*>(static_cast<const Entry*>(b)) : noted;
             return cmp;
         });
-        if (noted != nullptr) {
-            release(noted);
-        }
+        std::free(noted);
     }
 
     void clear() {
-        releasing_dtor = dtor_;
-        tdestroy(root_, [](void* entry) { release(static_cast<Entry*>(entry)); });
+        tdestroy(root_, std::free);
         root_ = nullptr;
+    }
+
+    void* enter(void* key, void* value) {
+        void* const stored = find(key);
+        if (stored == nullptr) {
+            insert(key, value);
+        }
+        return stored != nullptr ? stored : value;
     }
 
     template <typename Use>
@@ -218,10 +203,6 @@ public:
             &use);
     }
 
-    void visit(qv_key_value_pt func, void* data) const {
-        walk([=](void* key, void* value) { func(key, value, data); });
-    }
-
 private:
     struct Entry {
         void* key;
@@ -232,18 +213,9 @@ private:
         return compare_keys(static_cast<const Entry*>(a)->key, static_cast<const Entry*>(b)->key);
     }
 
-    static void release(Entry* entry) {
-        releasing_dtor(entry->key);
-        releasing_dtor(entry->value);
-        std::free(entry);
-    }
-
-    // tsearch passes nothing of the caller's to its callbacks.
-    static inline qv_comparator_pt compare_keys;
-    static inline qv_dtor_pt releasing_dtor = [](void*) {};
+    static inline qv_comparator_pt compare_keys;  // tsearch passes nothing else of the caller's.
 
     void* root_ = nullptr;
-    qv_dtor_pt dtor_;
 };
 
 #endif  // QV_BENCH_PEERS_H

@@ -1,29 +1,30 @@
 #!/bin/sh
-# Runs the benchmark and writes docs/performance.md from it, or prints a few cases. Called by
-# ./dev bench, which installs and builds what this needs. Usage: bench.sh FOLDER [--quick | --large]
+# Runs the benchmark and writes docs/performance.md from it, or prints a table. Called by ./dev bench,
+# which installs and builds what this needs. Usage: bench.sh [--quick]
 set -eu
 cd "$(dirname "$0")/.."
-folder=$1
-mode=${2:-}
 results=
 
-# measure NAME FILTER REPETITIONS [--brief]
+# measure FOLDER NAME FILTER REPETITIONS
 measure() {
-    results="$results $folder/$1.json"
-    "$folder/bench/btree_bench" ${4:-} "--benchmark_filter=$2" "--benchmark_repetitions=$3" \
-        --benchmark_enable_random_interleaving=true "--benchmark_out=$folder/$1.json" \
-        --benchmark_out_format=json >"$folder/$1.log" 2>&1
+    results="$results build/$1/$2.json"
+    "build/$1/bench/btree_bench" "--benchmark_filter=$3" "--benchmark_repetitions=$4" \
+        --benchmark_enable_random_interleaving=true "--benchmark_out=build/$1/$2.json" \
+        --benchmark_out_format=json >"build/$1/$2.log" 2>&1
 }
 
-if [ "$mode" = --quick ]; then
-    # Without tsearch in the large map, which would take a third of the time.
-    measure quick '[^h]/boxed/random/1000000/|/boxed(-branching)?/random/1000/' 1 --brief
-    python3 bench/report.py --print "$folder/quick.json"
+if [ "${1:-}" = --quick ]; then
+    measure bench quick '/boxed/1000(00)?/' 2
+    python3 bench/report.py --print build/bench/quick.json
     exit
 fi
-measure small /1000/ 9
-measure usual '-/(1000|10000000)/' 3
-[ "$mode" != --large ] || measure large /10000000/ 1
+echo "dev: measuring; this takes half an hour …" >&2
+for folder in bench bench-clang; do
+    maps=
+    [ $folder = bench ] || maps='^(qv_btree|std::map).*'
+    measure $folder small "$maps/(100|1000|10000)/" 7
+    measure $folder large "$maps/(100000|1000000|words)/" 3
+done
 # shellcheck disable=SC2086 # One argument for each file.
-python3 bench/report.py docs "$folder/performance.csv" $results
-echo "dev: written to docs/performance.md and docs/img; all figures: $folder/performance.csv" >&2
+python3 bench/report.py docs $results
+echo "dev: written to docs/performance.md and docs/img; all figures: $results" >&2
