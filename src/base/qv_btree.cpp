@@ -13,8 +13,7 @@
 // Nodes have no parent pointers. Insertion and removal climb back up the tree, so they record the
 // ancestors in a path on their way down: path[0] is NULL, for the missing parent of the root, and
 // path[n] is the node at level n, the root being level 1. Insertion refuses an entry below level
-// QV_BTREE_MAX_LEVELS, so a path has room for every ancestor of every node, and nothing else tests
-// for its end.
+// QV_BTREE_MAX_LEVELS, so a path has room for every ancestor of every node.
 
 #include "qv_btree.h"
 
@@ -43,12 +42,6 @@ struct qv_btree_s {
 // An insertion below this level is refused. The sparsest tree of 40 levels has 267,914,295 entries:
 // no smaller map can refuse one.
 constexpr size_t QV_BTREE_MAX_LEVELS = 40;
-
-// Up to this many entries a lookup loses more time to mispredicted branches than to cache misses. A
-// platform without branch prediction may set 0, and saves the code of one of the two searches.
-#ifndef QV_BTREE_SMALL_MAP
-#define QV_BTREE_SMALL_MAP 4096
-#endif
 
 // Loads an object into the cache ahead of its use; does nothing where the compiler cannot.
 static inline void qv_btree_prefetch(const void* object) {
@@ -121,95 +114,54 @@ void* qv_btree_node_value(qv_btree_node_t* node) {
 // Search
 
 // Where a search ended: at a node with an equal key, or at one whose link on the key's side is a
-// thread. In an empty map it ends at NULL on level 0, as if to the left of it.
+// thread. In an empty map it ends at NULL with idx 0, as if to the left of it.
 typedef struct qv_btree_place_s {
     qv_btree_node_t* node;
-    size_t level;  // of node
-    int32_t cmp;   // the comparator's last answer, for the key and that of node
+    size_t idx;   // the level of node, and its slot in a path
+    int32_t cmp;  // the comparator's last answer, for the key and that of node
 } qv_btree_place_t;
 
 // What a search is for. All searches compare from the root downwards, with key first.
-enum class qv_btree_goal {
+enum class qv_btree_goal_t {
     EQUAL,      // ends at an equal key
     LOW_BOUND,  // goes on to the left at an equal key, as at any larger key
 };
 
-// Takes if_left for a mask of zeros and if_right for one of ones: by arithmetic, so that no
-// compiler makes it a branch.
-static inline uintptr_t qv_btree_select(uintptr_t mask, uintptr_t if_left, uintptr_t if_right) {
-    return (if_left & ~mask) | (if_right & mask);
-}
-
-template <typename T>
-static inline T* qv_btree_select(uintptr_t mask, T* if_left, T* if_right) {
-    return reinterpret_cast<T*>(qv_btree_select(mask, reinterpret_cast<uintptr_t>(if_left),
-                                                reinterpret_cast<uintptr_t>(if_right)));
-}
-
-// There are two searches. In a small map, which the cache holds, a lookup spends most of its time
-// on mispredicted branches, so it has none. A larger map waits for memory, and an update for the
-// work after the search: branch prediction lets the processor begin both before the comparator
-// answers.
-
-static inline qv_btree_place_t qv_btree_search_without_branches(const qv_btree_t* t,
-                                                                const void* key,
-                                                                qv_comparator_pt key_compare,
-                                                                qv_btree_goal goal) {
+// Records the ancestors of where it ends in path; lookups, which do not climb back, pass NULL.
+static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* key,
+                                               qv_comparator_pt key_compare, qv_btree_goal_t goal,
+                                               qv_btree_node_t** path) {
     qv_btree_node_t* node = t->root;
-    void* node_key = node->key;
-    for (size_t level = 1;; ++level) {
-        // Both keys that may come next are loaded while the comparator is busy, so that the next
-        // comparison only waits for the choice between them. Where a link is a thread or NULL the
-        // search ends, and what was loaded through it is not used.
-        void* const left_key = qv_btree_node_key(node->left);
-        void* const right_key = qv_btree_node_key(node->right);
-        const int32_t cmp = key_compare(key, node_key);
-        const uintptr_t mask = uintptr_t{0} - static_cast<uintptr_t>(cmp > 0);
-        const bool is_child = qv_btree_select(mask, node->left_child, node->right_child) != 0;
-        if (!is_child || (cmp == 0 && goal == qv_btree_goal::EQUAL)) {
-            return {node, level, cmp};
-        }
-        node_key = qv_btree_select(mask, left_key, right_key);
-        node = qv_btree_select(mask, node->left, node->right);
+    if (node == nullptr) {
+        return {nullptr, 0, -1};
     }
-}
-
-// Records the ancestors of where it ends, unless path is NULL.
-static inline qv_btree_place_t qv_btree_search_with_branches(const qv_btree_t* t, const void* key,
-                                                             qv_comparator_pt key_compare,
-                                                             qv_btree_goal goal,
-                                                             qv_btree_node_t** path) {
-    qv_btree_node_t* node = t->root;
     if (path != nullptr) {
         path[0] = nullptr;
     }
-    for (size_t level = 1;; ++level) {
+    for (size_t idx = 1;; ++idx) {
         // Both nodes that may come next are loaded while the comparator is busy.
         qv_btree_prefetch(node->left);
         qv_btree_prefetch(node->right);
         const int32_t cmp = key_compare(key, node->key);
-        const bool is_child = (cmp > 0 ? node->right_child : node->left_child) != 0;
-        if (!is_child || (cmp == 0 && goal == qv_btree_goal::EQUAL)) {
-            return {node, level, cmp};
+        if (cmp == 0 && goal == qv_btree_goal_t::EQUAL) {
+            return {node, idx, cmp};
+        }
+        // Each side tests its own flag, so that compilers make a branch of the choice. Where that
+        // is predicted, the processor begins the next comparison before this one has answered.
+        qv_btree_node_t* next = nullptr;
+        if (cmp <= 0 && node->left_child != 0) {
+            next = node->left;
+        } else if (cmp > 0 && node->right_child != 0) {
+            next = node->right;
+        } else {
+            return {node, idx, cmp};
         }
         if (path != nullptr) {
-            path[level] = node;
+            assert(idx < QV_BTREE_MAX_LEVELS);
+            path[idx] = node;
         }
-        node = cmp > 0 ? node->right : node->left;
+        node = next;
     }
-}
-
-// Records the ancestors of where it ends in path; lookups, which do not climb back, pass NULL.
-static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* key,
-                                               qv_comparator_pt key_compare, qv_btree_goal goal,
-                                               qv_btree_node_t** path) {
-    if (t->root == nullptr) {
-        return {nullptr, 0, -1};
-    }
-    if (QV_BTREE_SMALL_MAP > 0 && t->nnodes <= QV_BTREE_SMALL_MAP && path == nullptr) {
-        return qv_btree_search_without_branches(t, key, key_compare, goal);
-    }
-    return qv_btree_search_with_branches(t, key, key_compare, goal, path);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -245,6 +197,7 @@ static inline int qv_btree_max(int a, int b) {
 }
 
 static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* x) {
+    assert(x->right_child != 0 && x->balance >= 1);
     qv_btree_node_t* const y = x->right;
     x->right = y->left_child != 0 ? y->left : y;
     x->right_child = y->left_child;
@@ -259,6 +212,7 @@ static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* x) {
 }
 
 static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* y) {
+    assert(y->left_child != 0 && y->balance <= -1);
     qv_btree_node_t* const x = y->left;
     y->left = x->right_child != 0 ? x->right : x;
     y->left_child = x->right_child;
@@ -272,27 +226,25 @@ static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* y) {
     return x;
 }
 
-// Brings the balance of node back into bounds where it is out of them, and returns the root of the
-// subtree. A child with the opposite sign is rotated first; one of balance 0, which only a removal
-// can meet, must not be.
+// Brings a balance of -2 or +2 back into bounds, and returns the root of the subtree. A child with
+// the opposite sign is rotated first; one of balance 0, which only a removal can meet, must not be.
 static qv_btree_node_t* qv_btree_node_balance(qv_btree_node_t* node) {
     if (node->balance < -1) {
         if (node->left->balance > 0) {
             node->left = qv_btree_node_rotate_left(node->left);
         }
-        return qv_btree_node_rotate_right(node);
-    }
-    if (node->balance > 1) {
+        node = qv_btree_node_rotate_right(node);
+    } else if (node->balance > 1) {
         if (node->right->balance < 0) {
             node->right = qv_btree_node_rotate_right(node->right);
         }
-        return qv_btree_node_rotate_left(node);
+        node = qv_btree_node_rotate_left(node);
     }
     return node;
 }
 
 // Returns whether node, a child of parent or the root, is a left child. The flag of the link does
-// not matter: a left thread of parent leads to a node outside its subtree, which node is not.
+// not matter: a left thread of parent never leads to a child of it.
 static inline bool qv_btree_is_left_node(const qv_btree_node_t* parent,
                                          const qv_btree_node_t* node) {
     return parent != nullptr && parent->left == node;
@@ -310,20 +262,24 @@ static void qv_btree_relink(qv_btree_t* t, qv_btree_node_t* parent, bool left_no
     }
 }
 
-// Adjusts the balances from path[level] upwards, and rotates where one is out of bounds. The height
-// of that node's left subtree, or else of its right one, has changed by change: +1 or -1.
-static void qv_btree_rebalance(qv_btree_t* t, qv_btree_node_t* const* path, size_t level,
+// Climbs from path[idx] upwards: adjusts the balances, and rotates where one is out of bounds. The
+// left subtree of that node, or else its right one, is taller (change is +1) or lower (-1) than it
+// was.
+static void qv_btree_rebalance(qv_btree_t* t, qv_btree_node_t* const* path, size_t idx,
                                bool left_node, int change) {
-    for (qv_btree_node_t* node = path[level]; node != nullptr; node = path[level]) {
-        qv_btree_node_t* const parent = path[--level];
+    for (qv_btree_node_t* node = path[idx]; node != nullptr; node = path[idx]) {
+        qv_btree_node_t* const bparent = path[--idx];
         node->balance = static_cast<int8_t>(node->balance + (left_node ? -change : change));
-        left_node = qv_btree_is_left_node(parent, node);
-        node = qv_btree_node_balance(node);
-        qv_btree_relink(t, parent, left_node, node);
-        // A subtree in which one side has grown is taller unless its balance is 0 now; one in which
-        // a side has shrunk is shorter only if its balance is 0 now.
-        if ((node->balance == 0) == (change > 0)) {
-            return;  // Its height is unchanged, and so are all balances above.
+        left_node = qv_btree_is_left_node(bparent, node);
+        if (node->balance < -1 || node->balance > 1) {
+            node = qv_btree_node_balance(node);
+            qv_btree_relink(t, bparent, left_node, node);
+        }
+        // Where one side has grown, the subtree is as tall as before only if its balance is 0 now;
+        // where one has shrunk, only if its balance is not 0.
+        const bool height_is_unchanged = change > 0 ? node->balance == 0 : node->balance != 0;
+        if (height_is_unchanged) {
+            return;  // No balance above it changes.
         }
     }
 }
@@ -370,13 +326,13 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
     }
     qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
     const qv_btree_place_t end =
-        qv_btree_search(t, key, t->key_compare, qv_btree_goal::EQUAL, path);
+        qv_btree_search(t, key, t->key_compare, qv_btree_goal_t::EQUAL, path);
     qv_btree_node_t* const node = end.node;
     if (end.cmp == 0) {
         qv_btree_node_overwrite(t, node, key, value, replace);
         return;
     }
-    if (end.level == QV_BTREE_MAX_LEVELS) {
+    if (end.idx == QV_BTREE_MAX_LEVELS) {
         return;
     }
     qv_btree_node_t* const child = qv_btree_node_new(key, value);
@@ -395,27 +351,28 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
     child->right = left_node ? node : node->right;
     (left_node ? node->left : node->right) = child;
     (left_node ? node->left_child : node->right_child) = 1;
-    path[end.level] = node;  // Not recorded by the search: at the lowest level it has no slot.
-    qv_btree_rebalance(t, path, end.level, left_node, +1);
+    path[end.idx] = node;  // The search does not: at the lowest level a node has no slot.
+    qv_btree_rebalance(t, path, end.idx, left_node, +1);
 }
 
 // Puts the successor of a node with two children in its place.
 static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** path,
                                                const qv_btree_place_t& found) {
     qv_btree_node_t* const node = found.node;
-    qv_btree_node_t* const parent = path[found.level - 1];
+    qv_btree_node_t* const parent = path[found.idx - 1];
 
     // The successor is the leftmost node of the right subtree.
-    size_t level = found.level;
+    size_t idx = found.idx;
     qv_btree_node_t* next = node->right;
     while (next->left_child != 0) {
-        path[++level] = next;
+        assert(idx + 1 < QV_BTREE_MAX_LEVELS);
+        path[++idx] = next;
         next = next->left;
     }
-    path[found.level] = next;
-    const bool is_deeper = level > found.level;
+    path[found.idx] = next;
+    const bool is_deeper = idx > found.idx;
     if (is_deeper) {
-        qv_btree_node_t* const nextp = path[level];
+        qv_btree_node_t* const nextp = path[idx];
         if (next->right_child != 0) {
             nextp->left = next->right;
         } else {
@@ -429,8 +386,9 @@ static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** 
     next->left = node->left;
     next->balance = node->balance;
     qv_btree_relink(t, parent, qv_btree_is_left_node(parent, node), next);
-    // The left subtree of nextp is lower now or, where next was the right child, its own right one.
-    qv_btree_rebalance(t, path, level, is_deeper, -1);
+    // The left subtree of next's old parent is lower now. Where that parent was node, next has
+    // taken its place and balance, and its right subtree is lower.
+    qv_btree_rebalance(t, path, idx, is_deeper, -1);
 }
 
 // Takes a node with at most one child out of the tree: the child takes its place or, where there is
@@ -438,7 +396,7 @@ static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** 
 static void qv_btree_node_unlink(qv_btree_t* t, qv_btree_node_t** path,
                                  const qv_btree_place_t& found) {
     qv_btree_node_t* const node = found.node;
-    qv_btree_node_t* const parent = path[found.level - 1];
+    qv_btree_node_t* const parent = path[found.idx - 1];
     const bool left_node = qv_btree_is_left_node(parent, node);
 
     if (node->left_child != 0) {
@@ -454,9 +412,11 @@ static void qv_btree_node_unlink(qv_btree_t* t, qv_btree_node_t** path,
             (left_node ? parent->left_child : parent->right_child) = 0;
         }
     }
-    qv_btree_rebalance(t, path, found.level - 1, left_node, -1);
+    qv_btree_rebalance(t, path, found.idx - 1, left_node, -1);
 }
 
+// Only hands key to key_compare: the type does not mean a string. With steal the entry is taken out
+// without its destructors; no public function asks for that.
 static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
                                      qv_comparator_pt key_compare) {
     if (t == nullptr) {
@@ -464,7 +424,8 @@ static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
     }
     assert(key_compare != nullptr || t->root == nullptr);
     qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
-    const qv_btree_place_t found = qv_btree_search(t, key, key_compare, qv_btree_goal::EQUAL, path);
+    const qv_btree_place_t found =
+        qv_btree_search(t, key, key_compare, qv_btree_goal_t::EQUAL, path);
     qv_btree_node_t* const node = found.node;
     if (found.cmp != 0) {
         return false;
@@ -539,7 +500,7 @@ qv_btree_node_t* qv_btree_find_node(const qv_btree_t* t, const void* key) {
         return nullptr;
     }
     const qv_btree_place_t end =
-        qv_btree_search(t, key, t->key_compare, qv_btree_goal::EQUAL, nullptr);
+        qv_btree_search(t, key, t->key_compare, qv_btree_goal_t::EQUAL, nullptr);
     return end.cmp == 0 ? end.node : nullptr;
 }
 
@@ -560,7 +521,7 @@ void* qv_btree_low_bound(qv_btree_t* t, const void* key) {
         return nullptr;
     }
     const qv_btree_place_t end =
-        qv_btree_search(t, key, t->key_compare, qv_btree_goal::LOW_BOUND, nullptr);
+        qv_btree_search(t, key, t->key_compare, qv_btree_goal_t::LOW_BOUND, nullptr);
     // A search that ends on its way to the right ends just below the key: the thread leads on.
     return qv_btree_node_key(end.cmp > 0 ? end.node->right : end.node);
 }
@@ -628,7 +589,7 @@ static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv
                                    qv_copy_pt value_copy) {
     qv_btree_node_t* node = qv_btree_first_node(other);
     for (; node != nullptr; node = qv_btree_next_node(node)) {
-        qv_btree_prefetch(qv_btree_node_key(qv_btree_next_node(node)));  // for the next round
+        qv_btree_prefetch(qv_btree_node_key(node->right));  // the next key, or one soon after it
         void* const key = key_copy != nullptr ? key_copy(node->key) : node->key;
         void* const value = value_copy != nullptr ? value_copy(node->value) : node->value;
         qv_btree_insert(tree, key, value);

@@ -38,13 +38,14 @@ extern "C" {
  * arrives, the stored value's destructor runs before that of the key which is dropped.
  *
  * **Callbacks** run on the caller's thread, inside the call that caused them. A comparator,
- * destructor or copy function must not call a function of this header on the map that called it,
- * except qv_btree_size() and qv_btree_empty(), and must not leave by an exception or longjmp().
+ * destructor or copy function must not call a function of this header on the map that called it (in
+ * copying and assigning: on either of the two maps), except qv_btree_size() and qv_btree_empty().
+ * No callback, a visitor included, may leave by an exception or longjmp().
  *
  * **Nodes.** An entry stays in the node it was created in. A node pointer stays valid, and leads to
- * the same entry, across every insertion, every overwriting of its value and every removal of other
- * entries, until that entry is removed or the map is cleared, assigned to or freed. Using the
- * pointer after that is undefined.
+ * the same entry, across every insertion, every overwriting of its key or value and every removal
+ * of other entries, until that entry is removed or the map is cleared, assigned to or freed. Using
+ * the pointer after that is undefined.
  *
  * **Exhausted memory** shows as NULL from qv_btree_new() and qv_btree_copy(). An insertion that
  * gets no memory for its node changes nothing, calls nothing but the comparator, and leaves key
@@ -75,6 +76,12 @@ extern "C" {
  *
  * **NULL.** Every function accepts a NULL map and then returns its neutral result (NULL, false, 0,
  * and true from qv_btree_empty()) or does nothing.
+ *
+ * **Assertions.** What an assertion catches is undefined in a library that was built with `NDEBUG`,
+ * as release builds are.
+ *
+ * **const.** Some lookups take a `const qv_btree_t*`, others a `qv_btree_t*`; none of them changes
+ * the map.
  */
 typedef struct qv_btree_s qv_btree_t;
 
@@ -138,7 +145,7 @@ qv_btree_node_t* qv_btree_last_node(const qv_btree_t* t);
 
 /**
  * Returns the node with the next larger key; NULL after the last. O(1) on average over a walk,
- * O(log n) at worst. `node` must not be NULL: that is undefined, and caught by an assertion.
+ * O(log n) at worst. `node` must not be NULL: that is caught by an assertion.
  */
 qv_btree_node_t* qv_btree_next_node(qv_btree_node_t* node);
 
@@ -203,7 +210,7 @@ void* qv_btree_low_bound(qv_btree_t* t, const void* key);
  * returns true or there are no more. O(n), without a comparator call.
  *
  * `func` may use the map's lookups but must not insert into it or remove from it. It must not be
- * NULL when the map has entries: that is undefined, and caught by an assertion.
+ * NULL when the map has entries: that is caught by an assertion.
  */
 void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data);
 
@@ -258,8 +265,7 @@ bool qv_btree_remove(qv_btree_t* t, const void* key);
  * Removes as qv_btree_remove() does, but searches with `key_compare`, called with `key` first and
  * a stored key second. So `key` may be of another kind, such as a name where records are stored,
  * but `key_compare` must agree with the order of the stored keys, or the entry may not be found.
- * `key_compare` must not be NULL when the map has entries: that is undefined, and caught by an
- * assertion.
+ * `key_compare` must not be NULL when the map has entries: that is caught by an assertion.
  */
 bool qv_btree_remove_cmp(qv_btree_t* t, const void* key, qv_comparator_pt key_compare);
 

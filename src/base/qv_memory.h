@@ -21,8 +21,10 @@ static inline void* qv_zalloc(size_t size) {
     if (size > ULONG_MAX) {
         return nullptr;
     }
-#endif
     void* const block = HAL_Malloc(static_cast<unsigned long>(size));
+#else
+    void* const block = HAL_Malloc(size);
+#endif
     if (block != nullptr) {
         memset(block, 0, size);
     }
