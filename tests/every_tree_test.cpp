@@ -51,17 +51,15 @@ const Model* balanced(const Model* left, intptr_t key, const Model* right) {
                 tree(inner->child[m ? 0 : 1], key, low, m), m);
 }
 
-const Model* with(const Model* model, intptr_t key) {
-    return model == nullptr   ? tree(nullptr, key, nullptr)
-           : key < model->key ? balanced(with(model->child[0], key), model->key, model->child[1])
-                              : balanced(model->child[0], model->key, with(model->child[1], key));
-}
-
-const Model* without(const Model* model, intptr_t key) {
+// Without the key where it is stored, and with it where it is not.
+const Model* changed(const Model* model, intptr_t key) {
+    if (model == nullptr) {
+        return tree(nullptr, key, nullptr);
+    }
     const auto [left, right] = model->child;
     if (key != model->key) {
-        return key < model->key ? balanced(without(left, key), model->key, right)
-                                : balanced(left, model->key, without(right, key));
+        return key < model->key ? balanced(changed(left, key), model->key, right)
+                                : balanced(left, model->key, changed(right, key));
     }
     if (left == nullptr || right == nullptr) {
         return left != nullptr ? left : right;
@@ -70,7 +68,7 @@ const Model* without(const Model* model, intptr_t key) {
     while (next->child[0] != nullptr) {
         next = next->child[0];
     }
-    return balanced(left, next->key, without(right, next->key));
+    return balanced(left, next->key, changed(right, next->key));
 }
 
 std::string text(const Model* model) {
@@ -144,7 +142,7 @@ void try_operations(const Model* shape) {
         records = built_records;
         is_new ? insert(&map, key) : static_cast<void>(qv_btree_remove(&map, ptr(key)));
         const std::string broken = broken_invariant(&map);
-        const Model* const expected = is_new ? with(before, key) : without(before, key);
+        const Model* const expected = changed(before, key);
         const Model* const actual = model_of(map.root != nullptr, map.root);
         ASSERT_TRUE(broken.empty() && same(expected, actual))
             << (is_new ? "insert " : "remove ") << key << " in " << text(before)
@@ -155,7 +153,7 @@ void try_operations(const Model* shape) {
 }
 
 TEST(EveryTree, InsertionAndRemoval) {
-    std::vector<std::vector<const Model*>> of_levels = {{}, {nullptr}};  // None are of -1 levels.
+    std::vector<std::vector<const Model*>> of_levels = {{}, {nullptr}};  // [n + 1]: n levels
     try_operations(nullptr);
     for (size_t low = 0; low < QV_TEST_LEVELS; ++low) {
         of_levels.emplace_back();
