@@ -2,11 +2,13 @@
 # may become larger than 100 MB. A failure shows the end of its log, and keeps the whole.
 kept=$PWD/$(basename "$0" .sh).log
 work=$(mktemp -d)
+limit=100 # seconds for one step
 trap 'rm -rf "$work"' EXIT
 trap 'exit 1' HUP INT TERM
 trap '' XFSZ # To write beyond that is an error of the program that does, and does not kill the shell.
 ulimit -f 200000
 cd "$work"
+exec </dev/null # No test reads the terminal.
 
 # fail WHAT...: with what the file log says.
 fail() {
@@ -16,6 +18,12 @@ fail() {
     exit 1
 }
 
-quietly() {
-    "$@" >log 2>&1 || fail "$@"
+# limited COMMAND...: in the process group of the test, so that Ctrl-C reaches it.
+limited() {
+    timeout --foreground $limit "$@" && return
+    status=$?
+    [ $status -ne 124 ] || echo "did not end within $limit s"
+    return $status
 }
+
+quietly() { limited "$@" >log 2>&1 || fail "$@"; }
