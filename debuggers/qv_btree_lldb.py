@@ -26,9 +26,11 @@ class Lldb(walk.Debugger):
     def process(self):
         return self.target.GetProcess()
 
-    def pointer_format(self):
-        little = self.target.GetByteOrder() == lldb.eByteOrderLittle
-        return "<" if little else ">", {2: "H", 4: "I", 8: "Q"}[self.target.GetAddressByteSize()]
+    def is_little(self):
+        return self.target.GetByteOrder() == lldb.eByteOrderLittle
+
+    def pointer_size(self):
+        return self.target.GetAddressByteSize()
 
     def read(self, address, size):
         error = lldb.SBError()
@@ -72,12 +74,7 @@ class Lldb(walk.Debugger):
         return None if not to.IsTypeComplete() else "text" if to.GetByteSize() == 1 else "object"
 
     def value(self, type_name, pointer, dereferenced):
-        size = self.target.GetAddressByteSize()
-        make = lldb.SBData.CreateDataFromSInt64Array if size == 8 else \
-            lldb.SBData.CreateDataFromSInt32Array
-        signed = pointer - (pointer >> 8 * size - 1 << 8 * size)  # Python's limit is that of long.
-        data = make(self.target.GetByteOrder(), size, [signed])
-        value = self.target.CreateValueFromData("pointer", data, self.type_of(type_name))
+        value = self.evaluated(f"({type_name}){pointer}ull")
         return value.Dereference() if dereferenced else value
 
     def one_line(self, value):
@@ -89,42 +86,27 @@ class Lldb(walk.Debugger):
         text = value.GetValue() or "?"
         return hex(int(text, 16)) if value.GetType().IsPointerType() else text
 
-    def number(self, value):
-        flags = value.GetType().GetCanonicalType().GetTypeFlags()
-        if flags & lldb.eTypeIsFloat:
-            return float(value.GetValue())
-        if not flags & (lldb.eTypeIsInteger | lldb.eTypeIsEnumeration):
-            return None
-        return value.GetValueAsSigned() if flags & lldb.eTypeIsSigned else value.GetValueAsUnsigned()
-
-    def first_descent(self, compare, keys):
-        # A loop in the process: one call takes as long as thousands there.
-        try:
-            index = self.evaluated(
-                f"const void* keys[] = {{{', '.join(f'(void*){key}ull' for key in keys)}}}; int i = 1; "
-                f"while (i < {len(keys)} && ((int (*)(const void*, const void*)){compare})"
-                "(keys[i - 1], keys[i]) < 0) ++i; i").GetValueAsSigned()
-            return index if index < len(keys) else None
-        except walk.Refused as refused:  # The process is back in the user's frame.
-            if "SIGINT" in str(refused):  # Ctrl-C may reach it.
-                raise KeyboardInterrupt from None
-            if len(keys) == 2:
-                raise walk.Crashed(1) from None
-        for index in range(1, len(keys)):
+    def first_fault(self, compare, keys, step=500):
+        # A loop in the process: one call takes as long as thousands there. A call that does not
+        # return leaves the process in the user's frame; which one it was is found one by one.
+        for first in range(0, len(keys) - 1, step):
+            chunk = keys[first:first + step + 1]
             try:
-                if self.first_descent(compare, keys[index - 1:index + 1]):
-                    return index
-            except walk.Crashed:
-                raise walk.Crashed(index) from None
-        return None
+                index, what = self.evaluated(
+                    f"const void* keys[] = {{{', '.join(f'(void*){key}ull' for key in chunk)}}}; int i = 1; "
+                    f"while (i < {len(chunk)} && ((int (*)(const void*, const void*)){compare})"
+                    "(keys[i - 1], keys[i]) < 0) ++i; i").GetValueAsSigned(), "order"
+            except walk.Refused:
+                index, what = (1, walk.NOT_RETURNED) if step == 1 else \
+                    self.first_fault(compare, chunk, 1)
+            if index < len(chunk):
+                return first + index, what
+        return len(keys), None
 
     def limit(self):
         settings = self.target.GetDebugger().GetInternalVariableValue
         return int(settings("target.max-children-count", self.target.GetDebugger().GetInstanceName())
                    .GetStringAtIndex(0))
-
-    def interrupted(self):
-        return self.target.GetDebugger().GetCommandInterpreter().WasInterrupted()
 
 
 DEBUGGER = Lldb()

@@ -2,20 +2,17 @@
 qv_btree_lldb.py supply what it needs, in a class each (see Debugger)."""
 import collections
 import struct
-import time
 
 MAX_LEVELS = 40
-CHUNK = 500  # comparisons between two reports of progress
+NOT_RETURNED = "the comparator did not return"
 
 HELP = {
-    "qv-key-type": "TYPE: shows keys as what a pointer of this type points to, or as the integer "
-                   "in its place.",
+    "qv-key-type": "TYPE: shows the keys of all maps as what a pointer of this type points to, or as "
+                   "the integer in its place.",
     "qv-value-type": "TYPE: the same for values.",
     "qv-print": "ADDRESS: shows the qv_btree map or node at an address.",
-    "qv-check": "MAP: verifies a qv_btree map, given by name or address, and names the first broken "
-                "node. Without a process to run the comparator in, the order of keys is judged by "
-                "their values. Invariant 5, that entries stay in their nodes, cannot be seen in one "
-                "state of a map."}
+    "qv-check": "MAP: verifies invariants 1 to 4 of a qv_btree map and names the first broken node. "
+                "Invariant 1, the order of keys, takes a process to call the comparator in."}
 
 Map = collections.namedtuple("Map", "root compare nnodes title")
 Node = collections.namedtuple(
@@ -30,10 +27,6 @@ class Refused(Exception):
     """What was asked for cannot be done; says why, for the user."""
 
 
-class Crashed(Exception):
-    """The comparator did not return for the keys before and at an index."""
-
-
 class Broken(Exception):
     """Names the invariant of qv_btree.cpp that does not hold, and where."""
 
@@ -41,7 +34,8 @@ class Broken(Exception):
 class Debugger:
     """What a debugger supplies; types are texts such as "char *". A derived class has the methods
 
-    pointer_format()             how struct reads a pointer: the order of bytes, and Q, I or H
+    is_little()                  whether the lowest byte of a number comes first
+    pointer_size()               in bytes
     read(address, size)          the bytes at an address; raises Unreadable
     has_process()                whether a comparator could be called: not in a core dump
     is_code(address)             whether a function may be there
@@ -49,17 +43,12 @@ class Debugger:
                                  or None for an unknown type
     value(type_name, pointer, dereferenced)  the debugger's value of a pointer or of its object
     one_line(value)              a value as a text
-    number(value)                a value as a number of Python, or None where it is none
-    first_descent(compare, keys) the index of the first key that the comparator does not place after
-                                 its predecessor, or None; raises Crashed
+    first_fault(compare, keys)   the index of the first key that the comparator does not place after
+                                 its predecessor, and "order" or NOT_RETURNED; or the number of keys
     limit()                      how many entries the user wants to see
     """
     key_type = value_type = "void *"
     named = set()  # addresses of nodes that a check has named
-
-    def interrupted(self):
-        """Whether the user wants it to end, where that does not raise KeyboardInterrupt."""
-        return False
 
     def goal(self, type_name, pointer):
         """What to show for a pointer: a value of the debugger, or a text."""
@@ -82,18 +71,6 @@ class Debugger:
     def key(self, node):
         return self.shown(self.key_type, node.key)
 
-    def ordinal(self, node):
-        """The key as a number or text of Python, or None where it has no order."""
-        goal = self.goal(self.key_type, node.key)
-        if isinstance(goal, str) or self.kind(self.key_type) == "void":
-            return None
-        if self.kind(self.key_type) != "text":
-            return self.number(goal)
-        text = b""
-        while not text.endswith(b"\0"):
-            text += self.read(node.key + len(text), 1)
-        return text
-
 
 def checked_type(debugger, what, name):
     """The type that a user has given; raises Refused where it cannot be one."""
@@ -111,8 +88,8 @@ def checked_type(debugger, what, name):
 
 
 def read_fields(debugger, address, layout):
-    order, pointer = debugger.pointer_format()
-    layout = order + layout.replace("P", pointer)
+    layout = ("<" if debugger.is_little() else ">") + layout.replace(
+        "P", {2: "H", 4: "I", 8: "Q"}[debugger.pointer_size()])
     return struct.unpack(layout, debugger.read(address, struct.calcsize(layout)))
 
 
@@ -196,8 +173,6 @@ class Check:
         self.map = read_map(debugger, address)
         self.nodes = []
         self.met = set()  # addresses
-        self.compared = 0
-        self.reported = time.monotonic()
 
     def run(self):
         """Returns what holds; raises Broken."""
@@ -209,27 +184,17 @@ class Check:
         if len(nodes) != self.map.nnodes:
             raise self.broken(f"4: {len(nodes)} nodes, but nnodes is {self.map.nnodes}")
         if debugger.has_process():
-            self.compare()
+            index, what = debugger.first_fault(self.map.compare, [node.key for node in nodes])
+            if index < len(nodes):
+                raise self.broken(f"1: {what}", *nodes[index - 1:index + 1])
             return f"{len(nodes)} entries, invariants 1 to 4 hold"
-        ordinals = list(self.ordinals())
-        if None in ordinals:
-            return (f"{len(nodes)} entries, invariants 2 to 4 hold; 1 not checked: without a process, "
-                    f"'{debugger.key_type}' gives no values to order")
-        if all(a < b for a, b in zip(ordinals, ordinals[1:])):
-            return f"{len(nodes)} entries, invariants 1 to 4 hold (1 by the values of the keys)"
-        return (f"{len(nodes)} entries, invariants 2 to 4 hold; keys do not ascend by value: your "
-                "comparator may differ")
+        return (f"{len(nodes)} entries, invariants 2 to 4 hold; 1 not checked: there is no process to "
+                "call the comparator in")
 
     def broken(self, what, *nodes):
         self.debugger.named.update(node.address for node in nodes)
         places = [f"node {node.address:#x}, key {self.debugger.key(node)}" for node in nodes if node]
         return Broken(f"invariant {what}" + (", at " if places else "") + ", and ".join(places))
-
-    def ordinals(self):
-        for self.compared, node in enumerate(self.nodes, 1):
-            yield self.debugger.ordinal(node)
-            if self.compared % CHUNK == 0:
-                self.report()
 
     def height(self, parent, side, address, level):
         """Of a subtree, whose nodes join self.nodes in order."""
@@ -255,46 +220,15 @@ class Check:
         if last and not last[0].right_child and last[0].right != address:
             raise self.broken("3: right thread", *last, node)
         self.nodes.append(node)
-        if len(self.nodes) % CHUNK == 0:
-            self.report()
         right = self.height(node, "right", node.right, level + 1) if node.right_child else 0
         if node.balance != right - left or abs(node.balance) > 1:
             raise self.broken("2: balance", node)
         return max(left, right) + 1
 
-    def compare(self):
-        for first in range(0, len(self.nodes), CHUNK):
-            chunk = self.nodes[first:first + CHUNK + 1]
-            try:
-                index, what = self.debugger.first_descent(
-                    self.map.compare, [node.key for node in chunk]), "order"
-            except Crashed as crashed:
-                index, what = crashed.args[0], "the comparator crashed"
-            if index is not None:
-                raise self.broken(f"1: {what}", *chunk[index - 1:index + 1])
-            self.compared = first + len(chunk)
-            self.report()
-
-    def report(self):
-        if self.debugger.interrupted():
-            raise KeyboardInterrupt
-        if time.monotonic() > self.reported + 2:
-            self.reported = time.monotonic()
-            print(self.progress(), flush=True)
-
-    def progress(self):
-        done = f"invariants 2 to 4 hold, compared {self.compared}" if self.compared else \
-            f"read {len(self.nodes)}"
-        return f"{done} of {self.map.nnodes} entries"
-
 
 def check(debugger, address):
     """What qv-check prints."""
-    running = Check(debugger, address)
     try:
-        return running.run()
+        return Check(debugger, address).run()
     except Broken as broken:
         return str(broken)
-    except KeyboardInterrupt:
-        print(f"interrupted: {running.progress()}")
-        return ""
