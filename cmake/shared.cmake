@@ -4,6 +4,9 @@ set_target_properties(qv_base PROPERTIES VERSION ${PROJECT_VERSION}
                                          SOVERSION ${PROJECT_VERSION_MAJOR}
                                          WINDOWS_EXPORT_ALL_SYMBOLS ON)
 get_target_property(type qv_base TYPE)
+if(type STREQUAL SHARED_LIBRARY)
+  set_target_properties(qv_base PROPERTIES CXX_VISIBILITY_PRESET default) # Whatever the project has.
+endif()
 if(type STREQUAL SHARED_LIBRARY AND UNIX AND NOT APPLE)
   # All that is no function of the interface is static or a memory function of its own. Under a
   # version node of their own the functions of two major versions can be in one process.

@@ -6,24 +6,20 @@ set -eu
 source=$1 snippets=$2
 export CMAKE_GENERATOR=Ninja
 
-# consumer NAME LANGUAGES ARGUMENT...: configures and builds the consumer project, and runs its programs.
+# consumer NAME LANGUAGES ARGUMENT...: configures and builds the consumer project, which runs its programs.
 consumer() {
     name=$1 languages=$2
     shift 2
-    quietly cmake -S "$source/tests/consumers" -B "$name" "-DPROGRAMS=$snippets" \
-        "-DLANGUAGES=$languages" "$@"
+    quietly cmake -S "$source/tests/consumers" -B "$name" "-DPROGRAMS=$snippets" "-DLANGUAGES=$languages" "$@"
     quietly cmake --build "$name"
-    for program in "$name"/bin/*; do
-        quietly timeout 10 "$program"
-    done
 }
 
 # install_as NAME ARGUMENT...: builds and installs the library into the folder prefix.
 install_as() {
     name=$1
     shift
-    quietly cmake -S "$source" -B "$name" -DCMAKE_BUILD_TYPE=Release -DQV_BASE_TESTS=OFF \
-        -DQV_BASE_EXAMPLES=OFF -DCMAKE_INSTALL_LIBDIR=lib "-DCMAKE_INSTALL_PREFIX=$work/prefix" "$@"
+    quietly cmake -S "$source" -B "$name" -DQV_BASE_TESTS=OFF -DQV_BASE_EXAMPLES=OFF \
+        -DCMAKE_INSTALL_LIBDIR=lib "-DCMAKE_INSTALL_PREFIX=$work/prefix" "$@"
     quietly cmake --build "$name"
     rm -rf prefix moved
     quietly cmake --install "$name"
@@ -33,9 +29,9 @@ install_as() {
 by_pkg_config() {
     export PKG_CONFIG_PATH="$1/pkgconfig" LD_LIBRARY_PATH="$1"
     # shellcheck disable=SC2046 # One argument for each flag.
-    quietly "${CC:-cc}" -std=c99 -g -Wall -Wextra -Wpedantic -Werror "$3" \
+    quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror "$3" \
         $(pkg-config --cflags --libs "$2") -o "$2.program"
-    quietly timeout 10 "./$2.program"
+    quietly "./$2.program"
 }
 
 # The source: in a project in C and C++, with a plugin, in others in C alone, one of them under
@@ -48,17 +44,20 @@ quietly cmake --build core --target static_pool btree_test
 mkdir copy
 cp -R "$source/CMakeLists.txt" "$source/cmake" "$source/src" "$source/platform" copy
 consumer fetched C "-DSNIPPET=$snippets/snippet_4.cmake" -DBUILD_SHARED_LIBS=ON \
-    "-DFETCHCONTENT_SOURCE_DIR_QV_BASE=$work/copy"
+    "-DFETCHCONTENT_SOURCE_DIR_QV_BASE=$work/copy" -DCMAKE_CXX_FLAGS=-fvisibility=hidden
 echo '#error edited' >>copy/src/base/qv_btree.h
-cmake --build fetched >log 2>&1 && fail 'an edited header is not seen'
+limited cmake --build fetched >log 2>&1 && fail 'an edited header is not seen'
 grep -q 'error.*edited' log
 
-# The files of src/base alone, with a program's own memory functions.
+# The files of src/base alone, with a program's own memory functions, and with those of the platform.
 mkdir -p copied/qv
 cp -R "$source/src/base" copied/qv/base
-quietly "${CXX:-c++}" -std=c++11 -c copied/qv/base/qv_btree.cpp -o copied.o
-quietly "${CC:-cc}" -std=c99 -Icopied "$source/examples/static_pool.c" copied.o -o copied.program
-quietly timeout 10 ./copied.program
+quietly "${CXX:-c++}" -std=c++11 -Icopied -c copied/qv/base/qv_btree.cpp "$source"/platform/std/*.cpp
+for program in "$source/examples/static_pool.c" "$snippets/snippet_1.c hal_memory.o"; do
+    # shellcheck disable=SC2086 # One argument for each file.
+    quietly "${CC:-cc}" -std=c99 -Icopied $program qv_btree.o -o copied.program
+    quietly ./copied.program
+done
 
 # Installed: with an absolute folder; and static and shared, elsewhere than configured.
 install_as build-absolute "-DCMAKE_INSTALL_LIBDIR=$work/absolute"
@@ -67,27 +66,14 @@ headers=include/x
 for shared in OFF ON; do
     install_as "build-$shared" "-DBUILD_SHARED_LIBS=$shared" "-DCMAKE_INSTALL_INCLUDEDIR=$headers"
     mv prefix moved
-    consumer "package-$shared" 'C;CXX' "-DSNIPPET=$snippets/snippet_3.cmake" \
-        "-DCMAKE_PREFIX_PATH=$work/moved"
+    consumer "package-$shared" 'C;CXX' "-DSNIPPET=$snippets/snippet_3.cmake" "-DCMAKE_PREFIX_PATH=$work/moved"
     by_pkg_config "$work/moved/lib" qv_base "$snippets/snippet_1.c"
     by_pkg_config "$work/moved/lib" qv_base_core "$source/examples/static_pool.c"
     headers=$work/headers
 done
 
-# The guide's sessions with both debuggers; GDB's without its first line, as it loads the file itself.
-guide=$source/docs/debugging.md
-sed -n 's/^(gdb) //p' "$guide" | grep -v '^source' >commands
-gdb -nx -batch -iex "set auto-load safe-path $work" -ex 'break qv_btree_remove' -ex run -ex up \
-    -x commands qv_base.program >log 2>&1
-sed -n 's/^(lldb) //p' "$guide" | sed "s|~/qv|$work/moved|" >commands
-PYTHONPATH=$(echo /usr/lib/llvm-*/lib/python3.*/dist-packages) lldb --batch --no-lldbinit \
-    -o 'breakpoint set -n qv_btree_remove' -o run -o up -s commands qv_base.program >>log 2>&1
-sed -n '/^(gdb)/,/^```/p; /^(lldb)/,/^```/p' "$guide" | grep -v '^(\|^```' >expected
-grep -xFf expected log >actual
-diff expected actual >>log || fail 'the sessions in docs/debugging.md'
-
 # The shared library exports the functions of the header under the version of its interface, calls
-# none of them through the linkage table, and needs the C library alone.
+# none of them through the linkage table (as only an optimised one does), and needs the C library alone.
 library=moved/lib/libqv_base.so
 version=$(sed -n 's/#define QV_BASE_VERSION_[A-Z]* \([0-9]*\) .*/\1/p' "$source/src/base/qv_version.h" | paste -sd.)
 grep -o 'qv_btree_[a-z_]*(' "$source/src/base/qv_btree.h" | tr '(' '@' | sort -u |
@@ -96,6 +82,5 @@ nm -D --defined-only "$library" | grep -o 'qv_btree_.*\|HAL_.*' | sort >exported
 diff public exported >log || fail 'exported functions'
 objdump -d "$library" | grep 'qv_btree_.*@plt' >log && fail 'calls through the linkage table'
 [ "$(objdump -p "$library" | grep -c NEEDED)" -eq 1 ]
-[ "$(pkg-config --modversion qv_base)" = "$version" ]
-[ -e "moved/lib/libqv_base.so.$version" ]
+[ "$(pkg-config --modversion qv_base) $(basename moved/lib/*.so.*.*.*)" = "$version libqv_base.so.$version" ]
 grep -q "^## $version" "$source/CHANGELOG.md"

@@ -1,6 +1,6 @@
 // The platform's memory functions over the standard allocator.
 
-#include "hal/hal_memory.h"
+#include <qv/base/hal/hal_memory.h>
 
 #include <stdlib.h>
 
