@@ -8,14 +8,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <limits>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -23,8 +24,7 @@ namespace {
 const char usage[] =
     "Usage: concordance [OPTION]... [FILE]...\n"
     "Print every word of the FILEs in ascending order: word, count, line numbers.\n"
-    "With no FILE, or where FILE is -, read standard input. (With no FILE, ./dev demo\n"
-    "gives it a licence text.)\n"
+    "With no FILE, or where FILE is -, read standard input.\n"
     "\n"
     "      --prefix P   only words that begin with P\n"
     "      --from W     only words from W on\n"
@@ -46,53 +46,16 @@ struct Options {
     std::vector<std::string> files;
 };
 
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// What the system's last error prevented.
-std::string failure(const std::string& what) {
-    return "concordance: " + what + ": " + std::strerror(errno) + '\n';
-}
-
-struct Place {
-    std::size_t file;
-    std::size_t line;
-};
+using Place = std::pair<std::size_t, std::size_t>;  // file and line
 
 struct Uses {
     std::size_t count = 0;
     std::vector<Place> places;
 };
 
-// --- Words -----------------------------------------------------------------------------------
-
-char fold(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool is_letter(char c) {
-    return (fold(c) >= 'a' && fold(c) <= 'z') || static_cast<unsigned char>(c) > 127;
-}
-
-std::string folded(std::string text) {
-    for (char& c : text) {
-        c = fold(c);
-    }
-    return text;
-}
-
-// Returns the next word of line, from position at on, and moves at to its end; empty without one.
-std::string next_word(const std::string& line, std::size_t& at) {
-    while (at < line.size() && !is_letter(line[at])) {
-        ++at;
-    }
-    const std::size_t begin = at;
-    const auto letter_at = [&line](std::size_t i) { return i < line.size() && is_letter(line[i]); };
-    while (letter_at(at) || (at > begin && line[at] == '\'' && letter_at(at + 1))) {
-        ++at;
-    }
-    return folded(line.substr(begin, at - begin));
+// What the system's last error prevented.
+std::string failure(const std::string& what) {
+    return what + ": " + std::strerror(errno);
 }
 
 // --- The map ---------------------------------------------------------------------------------
@@ -105,23 +68,12 @@ int32_t compare_words(const void* a, const void* b) {
     return as_word(a).compare(as_word(b));
 }
 
-void delete_word(void* key) {
-    delete static_cast<std::string*>(key);
-}
-
-void delete_uses(void* value) {
-    delete static_cast<Uses*>(value);
+template <typename T>
+void destroy(void* object) {
+    delete static_cast<T*>(object);
 }
 
 using Map = std::unique_ptr<qv_btree_t, decltype(&qv_btree_free)>;
-
-Map new_map() {
-    Map words(qv_btree_new(compare_words, delete_word, delete_uses), qv_btree_free);
-    if (!words) {
-        throw std::bad_alloc();
-    }
-    return words;
-}
 
 // Returns the uses of word; a new word is inserted with none.
 Uses& uses_of(qv_btree_t* words, const std::string& word) {
@@ -139,69 +91,69 @@ Uses& uses_of(qv_btree_t* words, const std::string& word) {
     return *value.release();
 }
 
-void read_lines(qv_btree_t* words, std::istream& in, std::size_t file) {
-    std::string line;
-    for (std::size_t number = 1; std::getline(in, line); ++number) {
-        std::size_t at = 0;
-        for (std::string word = next_word(line, at); !word.empty(); word = next_word(line, at)) {
-            Uses& uses = uses_of(words, word);
-            ++uses.count;
-            if (uses.places.empty() || uses.places.back().file != file ||
-                uses.places.back().line != number) {
-                uses.places.push_back({file, number});
-            }
-        }
-    }
+// --- Input -----------------------------------------------------------------------------------
+
+char fold(int c) {
+    return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
 }
 
-// Returns whether the file could be read; if not, says why not.
+bool is_letter(int c) {
+    return (fold(c) >= 'a' && fold(c) <= 'z') || c > 127;
+}
+
+std::string folded(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), fold);
+    return text;
+}
+
+// Counts the words of a file. Returns whether it could be read; if not, says why not.
 bool read_file(qv_btree_t* words, const Options& options, std::size_t file) {
     const std::string& name = options.files[file];
-    errno = 0;
-    std::ifstream opened;
-    std::istream& in = name == "-" ? std::cin : opened;
-    try {
-        in.exceptions(std::ios::badbit);
-        if (name != "-") {
-            opened.open(name);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(
+        name == "-" ? nullptr : std::fopen(name.c_str(), "r"), std::fclose);
+    std::FILE* const in = name == "-" ? stdin : opened.get();
+    std::string word;
+    bool apostrophe = false;
+    Place place(file, 1);
+    for (int c = 0; in != nullptr && c != EOF;) {
+        c = std::getc(in);
+        if (is_letter(c)) {
+            word += apostrophe ? "'" : "";
+            word += fold(c);
+            apostrophe = false;
+        } else if (c == '\'' && !word.empty() && !apostrophe) {
+            apostrophe = true;  // It belongs to the word if a letter follows.
+        } else {
+            if (!word.empty()) {
+                Uses& uses = uses_of(words, word);
+                ++uses.count;
+                if (!options.counts && (uses.places.empty() || uses.places.back() != place)) {
+                    uses.places.push_back(place);
+                }
+            }
+            word.clear();
+            apostrophe = false;
+            place.second += c == '\n' ? 1 : 0;
         }
-        if (!opened.fail()) {
-            read_lines(words, in, file);
-            return true;
-        }
-    } catch (const std::ios_base::failure&) {
-        // A directory can be opened but not read: reported like a file that cannot be opened.
     }
-    std::cerr << failure("cannot read " + name);
-    return false;
+    if (in == nullptr || std::ferror(in) != 0) {
+        std::cerr << "concordance: " << failure("cannot read " + name) << '\n';
+        return false;
+    }
+    return true;
 }
 
 // --- Output ----------------------------------------------------------------------------------
 
-bool in_range(const std::string& word, const Options& options) {
-    return word.compare(0, options.prefix.size(), options.prefix) == 0 &&
-           (!options.has_until || word < options.until);
-}
-
-void write(const std::string& text) {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
-        throw std::runtime_error(failure("cannot write"));
-    }
-}
-
 void print_word(const std::string& word, const Uses& uses, const Options& options) {
-    write(word + '\t' + std::to_string(uses.count));
-    const char* separator = "\t";
+    std::cout << word << '\t' << uses.count;
+    char separator = '\t';
     for (const Place& place : uses.places) {
-        if (options.counts) {
-            break;
-        }
         const bool named = options.files.size() > 1;
-        write(separator + (named ? options.files[place.file] + ':' : "") +
-              std::to_string(place.line));
-        separator = " ";
+        std::cout << separator << (named ? options.files[place.first] + ':' : "") << place.second;
+        separator = ' ';
     }
-    write("\n");
+    std::cout << '\n';
 }
 
 // Walks from the first word that is asked for to the first one after the range.
@@ -211,7 +163,8 @@ void print_words(qv_btree_t* words, const Options& options) {
     qv_btree_node_t* node = first != nullptr ? qv_btree_find_node(words, first) : nullptr;
     for (auto left = options.limit; node != nullptr && left > 0; --left) {
         const std::string& word = as_word(qv_btree_node_key(node));
-        if (!in_range(word, options)) {
+        if (word.compare(0, options.prefix.size(), options.prefix) != 0 ||
+            (options.has_until && word >= options.until)) {
             break;
         }
         print_word(word, *static_cast<const Uses*>(qv_btree_node_value(node)), options);
@@ -222,16 +175,13 @@ void print_words(qv_btree_t* words, const Options& options) {
 // --- Command line ----------------------------------------------------------------------------
 
 unsigned long long parse_number(const std::string& text) {
-    try {
-        std::size_t used = 0;
-        const unsigned long long number = std::stoull(text, &used);
-        if (used == text.size() && text[0] >= '0' && text[0] <= '9') {
-            return number;
-        }
-    } catch (const std::logic_error&) {
-        // Not a number at all, or out of range.
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long number = std::strtoull(text.c_str(), &end, 10);
+    if (text.empty() || text[0] < '0' || text[0] > '9' || *end != '\0' || errno != 0) {
+        throw std::invalid_argument("concordance: not a number: '" + text + "'\n");
     }
-    throw UsageError("not a number: '" + text + "'");
+    return number;
 }
 
 // Returns false when only the usage is asked for.
@@ -244,27 +194,21 @@ bool parse_options(int argc, char** argv, Options& options) {
                             {"help", no_argument, nullptr, 'h'},
                             {nullptr, 0, nullptr, 0}};
     for (int found = 0; (found = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
-        switch (found) {
-            case 'p':
-                options.prefix = folded(optarg);
-                break;
-            case 'f':
-                options.from = folded(optarg);
-                break;
-            case 'u':
-                options.until = folded(optarg);
-                options.has_until = true;
-                break;
-            case 'l':
-                options.limit = parse_number(optarg);
-                break;
-            case 'c':
-                options.counts = true;
-                break;
-            case 'h':
-                return false;
-            default:
-                throw UsageError("");  // getopt_long has said what is wrong.
+        if (found == 'p') {
+            options.prefix = folded(optarg);
+        } else if (found == 'f') {
+            options.from = folded(optarg);
+        } else if (found == 'u') {
+            options.until = folded(optarg);
+            options.has_until = true;
+        } else if (found == 'l') {
+            options.limit = parse_number(optarg);
+        } else if (found == 'c') {
+            options.counts = true;
+        } else if (found == 'h') {
+            return false;
+        } else {
+            throw std::invalid_argument("");  // getopt_long has said what is wrong.
         }
     }
     options.files.assign(argv + optind, argv + argc);
@@ -279,15 +223,19 @@ bool run(int argc, char** argv) {
     Options options;
     bool read_all = true;
     if (!parse_options(argc, argv, options)) {
-        write(usage);
+        std::cout << usage;
     } else {
-        const Map words = new_map();
+        const Map words(qv_btree_new(compare_words, destroy<std::string>, destroy<Uses>),
+                        qv_btree_free);
+        if (!words) {
+            throw std::bad_alloc();
+        }
         for (std::size_t file = 0; file < options.files.size(); ++file) {
             read_all = read_file(words.get(), options, file) && read_all;
         }
         print_words(words.get(), options);
     }
-    if (std::fflush(stdout) != 0) {
+    if (!std::cout.flush()) {
         throw std::runtime_error(failure("cannot write"));
     }
     return read_all;
@@ -296,19 +244,17 @@ bool run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::ios::sync_with_stdio(false);
+    static char name[] = "concordance";
+    argv[0] = name;  // getopt_long begins its messages with it.
     try {
         return run(argc, argv) ? 0 : 1;
-    } catch (const UsageError& error) {
-        if (*error.what() != '\0') {
-            std::cerr << "concordance: " << error.what() << '\n';
-        }
-        std::cerr << usage;
+    } catch (const std::invalid_argument& error) {
+        std::cerr << error.what() << usage;
         return 2;
     } catch (const std::bad_alloc&) {
         std::cerr << "concordance: out of memory\n";
     } catch (const std::exception& error) {
-        std::cerr << error.what();
+        std::cerr << "concordance: " << error.what() << '\n';
     }
     return 1;
 }
