@@ -104,6 +104,16 @@ static void remove_sold_out(qv_btree_t* shop) {
     }
 }
 
+/* Removes all entries below a key, whether it is stored or not. */
+static void remove_below(qv_btree_t* map, const void* key) {
+    const void* first = qv_btree_low_bound(map, key);
+    if (first != NULL) {
+        qv_btree_remove_until(map, first);
+    } else {
+        qv_btree_clear(map);
+    }
+}
+
 /* A visitor that ends the walk. */
 
 static bool is_cheap(void* name, void* value, void* found) {
@@ -132,23 +142,35 @@ static int count_with_prefix(qv_btree_t* shop, const char* prefix) {
     return count;
 }
 
-/* An upper bound. */
+/* An upper bound, and the entry before a key. */
 
-typedef struct {
+typedef struct name_s {
     const char* text;
-    int after; /* 0 in stored keys; a key with 1 equals none and sorts right after its text */
+    int side;                    /* 0 in a stored key; -1 sorts right before its text, 1 after it */
+    const struct name_s** lower; /* NULL in a stored key; see node_before() */
 } name_t;
 
 static int32_t compare_names(const void* a, const void* b) {
     const name_t* left = a;
     const name_t* right = b;
     const int by_text = strcmp(left->text, right->text);
-    return by_text != 0 ? by_text : left->after - right->after;
+    const int answer = by_text != 0 ? by_text : left->side - right->side;
+    if (answer > 0 && left->lower != NULL) {
+        *left->lower = right; /* the largest stored name yet that sorts before the key */
+    }
+    return answer;
 }
 
 static qv_btree_node_t* upper_bound(qv_btree_t* names, const char* text) {
-    const name_t key = {text, 1};
+    const name_t key = {text, 1, NULL};
     return lower_bound(names, &key);
+}
+
+static qv_btree_node_t* node_before(qv_btree_t* names, const char* text) {
+    const name_t* lower = NULL;
+    const name_t key = {text, -1, &lower};
+    qv_btree_find_node(names, &key); /* It equals no stored name: the search goes all the way. */
+    return lower != NULL ? qv_btree_find_node(names, lower) : NULL;
 }
 
 /* The other direction. */
@@ -267,14 +289,18 @@ int main(void) {
            count_orders(orders, "Ada"));
     qv_btree_free(orders);
 
-    name_t names[] = {{"Ada", 0}, {"Edsger", 0}, {"Grace", 0}};
+    name_t names[] = {{"Ada", 0, NULL}, {"Edsger", 0, NULL}, {"Grace", 0, NULL}};
     qv_btree_t* people = qv_btree_new(compare_names, NULL, NULL);
     for (int i = 0; i < 3; ++i) {
         qv_btree_insert(people, &names[i], NULL);
     }
     const name_t* after_ada = qv_btree_node_key(upper_bound(people, "Ada"));
     const name_t* after_bob = qv_btree_node_key(upper_bound(people, "Bob"));
+    const name_t* before_bob = qv_btree_node_key(node_before(people, "Bob"));
+    const name_t* before_grace = qv_btree_node_key(node_before(people, "Grace"));
     printf("after Ada comes %s, after Bob %s\n", after_ada->text, after_bob->text);
+    printf("before Bob comes %s, before Grace %s, before Ada %s\n", before_bob->text,
+           before_grace->text, node_before(people, "Ada") == NULL ? "nobody" : "somebody");
     qv_btree_free(people);
 
     const char* words[] = {"to", "be", "or", "not", "to", "be"};
@@ -287,6 +313,20 @@ int main(void) {
     printf("to: %d, not: %d\n", *(int*)qv_btree_find(counts, "to"),
            *(int*)qv_btree_find(counts, "not"));
     qv_btree_free(counts);
+
+    int due[] = {30, 10, 20};
+    const int now[] = {15, 20, 31};
+    qv_btree_t* timers = qv_btree_new(compare_ints, NULL, NULL);
+    for (int i = 0; i < 3; ++i) {
+        qv_btree_insert(timers, &due[i], NULL);
+    }
+    printf("timers left:");
+    for (int i = 0; i < 3; ++i) {
+        remove_below(timers, &now[i]);
+        printf(" %d", (int)qv_btree_size(timers));
+    }
+    printf("\n");
+    qv_btree_free(timers);
 
     qv_btree_t* squares = qv_btree_new(compare_numbers_in_pointers, NULL, NULL);
     for (uintptr_t n = 1; n <= 9; ++n) {
