@@ -69,8 +69,6 @@ void check(const qv_btree_t* map, const Model& model) {
         entries[number_in(node->key)] = number_in(node->value);
     }
     EXPECT_EQ(model, entries);
-    EXPECT_EQ(model.empty() ? -1 : model.rbegin()->first,
-              number_in(qv_btree_node_key(qv_btree_last_node(map))));
 }
 
 void operate(const std::string& name, Map& on, const Map& other, int key, int value) {

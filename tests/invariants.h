@@ -11,7 +11,7 @@
 // Returns which invariant is broken first, and where: entries are counted in key order, from 1.
 // Empty when all hold.
 inline std::string broken_invariant(const qv_btree_t* map) {
-    using Node = const qv_btree_node_t*;
+    using Node = qv_btree_node_t*;
     std::string broken;
     Node last = nullptr;
     size_t count = 0;
@@ -29,7 +29,8 @@ inline std::string broken_invariant(const qv_btree_t* map) {
         const Node previous = std::exchange(last, node);
         const size_t entry = ++count;
         require(node->left_child <= 1 && node->right_child <= 1, "3: flags of entry", entry);
-        require(node->left_child != 0 || node->left == previous, "3: left thread of entry", entry);
+        require(!broken.empty() || qv_btree_node_previous(node) == previous,
+                "3: predecessor of entry", entry);
         require(previous == nullptr || previous->right_child != 0 || previous->right == node,
                 "3: right thread to entry", entry);
         require(previous == nullptr || map->key_compare(previous->key, node->key) < 0,
@@ -42,7 +43,8 @@ inline std::string broken_invariant(const qv_btree_t* map) {
     if (map->root != nullptr) {
         height(map->root, 1);
     }
-    require(last == nullptr || last->right == nullptr, "3: last right thread", count);
+    require(!broken.empty() || last == qv_btree_last_node(map), "3: last node, entry", count);
+    require(last == nullptr || last->right == nullptr, "3: right thread of entry", count);
     require(count == map->nnodes, "4: nnodes", map->nnodes);
     return broken;
 }
