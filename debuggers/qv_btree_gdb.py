@@ -66,9 +66,9 @@ class Gdb(walk.Debugger):
         return plain or value.format_string(symbols=False)  # of a void pointer the address
 
     def first_fault(self, compare, keys):
-        # A signal leaves the process in the user's frame, and no breakpoint stops a call.
+        # A call that does not return leaves the user's frame selected, and no breakpoint stops one.
         function = gdb.parse_and_eval(f"*(int (*)(const void*, const void*)){compare}")
-        frame, unwinds = gdb.selected_frame(), gdb.parameter("unwindonsignal")
+        unwinds = gdb.parameter("unwindonsignal")
         enabled = [point for point in gdb.breakpoints() if point.enabled]
         gdb.execute("set unwindonsignal on")
         try:
@@ -85,8 +85,6 @@ class Gdb(walk.Debugger):
             for point in enabled:
                 point.enabled = True
             gdb.execute(f"set unwindonsignal {'on' if unwinds else 'off'}")
-            if frame.is_valid():
-                frame.select()
         return len(keys), None
 
     def limit(self):

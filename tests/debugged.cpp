@@ -41,5 +41,6 @@ int main() {
     for (intptr_t i = -2; i < 199998; ++i) {
         qv_btree_insert(many, reinterpret_cast<void*>(i), &born[i & 1]);
     }
-    return build() - static_cast<int>(qv_btree_size(people));
+    const int entries = build();
+    return entries - static_cast<int>(qv_btree_size(people));
 }

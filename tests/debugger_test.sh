@@ -97,7 +97,7 @@ set qv-key-type char *
 set qv-value-type int *
 print people->root->key = (void*)0xeeeeeeeeeeeeeee0
 qv-check people => invariant 1: the comparator did not return, at node @, key "Ada", and node @, key <no memory at @>
-print people->root->left_child = 7
+print people->root->left_child = entries + 4
 print people->root->key = (void*)0
 qv-check people => invariant 3: flags, at node @, key NULL
 qv-print people->root => NULL = 1930, balance 0, left flag 7 "Ada", right child "Grace"
