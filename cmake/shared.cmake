@@ -4,8 +4,9 @@ set_target_properties(qv_base PROPERTIES VERSION ${PROJECT_VERSION}
                                          SOVERSION ${PROJECT_VERSION_MAJOR}
                                          WINDOWS_EXPORT_ALL_SYMBOLS ON)
 get_target_property(type qv_base TYPE)
-if(type STREQUAL SHARED_LIBRARY)
-  set_target_properties(qv_base PROPERTIES CXX_VISIBILITY_PRESET default) # Whatever the project has.
+if(type STREQUAL SHARED_LIBRARY AND UNIX)
+  # After all flags of the project, which may hide everything.
+  target_compile_options(qv_base PRIVATE -fvisibility=default)
 endif()
 if(type STREQUAL SHARED_LIBRARY AND UNIX AND NOT APPLE)
   # All that is no function of the interface is static or a memory function of its own. Under a
