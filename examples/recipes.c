@@ -104,7 +104,7 @@ static void remove_sold_out(qv_btree_t* shop) {
     }
 }
 
-/* Removes all entries below a key, whether it is stored or not. */
+/* Removes all entries below a key, whether it is stored or not. No stored key is NULL. */
 static void remove_below(qv_btree_t* map, const void* key) {
     const void* first = qv_btree_low_bound(map, key);
     if (first != NULL) {
