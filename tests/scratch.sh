@@ -1,10 +1,11 @@
 # Sourced by the test scripts: a temporary folder to work in, which is removed on every way out. No file
 # may become larger than 100 MB. A failure shows the end of its log, and keeps the whole.
 kept=$PWD/$(basename "$0" .sh).log
-work=$(mktemp -d)
 limit=100 # seconds for one step
-trap 'rm -rf "$work"' EXIT
+work=
+trap 'rm -rf "$work" 2>/dev/null || { sleep 1; rm -rf "$work"; }' EXIT # What was interrupted may still write.
 trap 'exit 1' HUP INT TERM
+work=$(mktemp -d)
 trap '' XFSZ # To write beyond that is an error of the program that does, and does not kill the shell.
 ulimit -f 200000
 cd "$work"
