@@ -87,17 +87,13 @@ bool same(const Model* a, const Model* b) {
 std::array<qv_btree_node_t, 64> records;
 qv_btree_node_t* allocated;
 
-void* ptr(intptr_t key) {
-    return reinterpret_cast<void*>(key);
-}
-
 int32_t compare(const void* a, const void* b) {
     return a < b ? -1 : a == b ? 0 : 1;
 }
 
 void insert(qv_btree_t* map, intptr_t key) {
     allocated = &records[static_cast<size_t>(key)];
-    qv_btree_insert(map, ptr(key), nullptr);
+    qv_btree_insert(map, reinterpret_cast<void*>(key), nullptr);
 }
 
 // The tree of the map, with the indices of its records for keys; of a broken one, the upper levels.
@@ -140,7 +136,7 @@ void try_operations(const Model* shape) {
         const bool is_new = key % 2 != 0;
         qv_btree_t map = built;
         records = built_records;
-        is_new ? insert(&map, key) : static_cast<void>(qv_btree_remove(&map, ptr(key)));
+        is_new ? insert(&map, key) : void(qv_btree_remove(&map, reinterpret_cast<void*>(key)));
         const std::string broken = broken_invariant(&map);
         const Model* const expected = changed(before, key);
         const Model* const actual = model_of(map.root != nullptr, map.root);
