@@ -140,21 +140,24 @@ static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* 
     }
     for (size_t idx = 1;; ++idx) {
         // Both nodes that may come next are loaded while the comparator is busy.
-        qv_btree_prefetch(node->left);
-        qv_btree_prefetch(node->right);
+        qv_btree_node_t* const left = node->left;
+        qv_btree_node_t* const right = node->right;
+        qv_btree_prefetch(left);
+        qv_btree_prefetch(right);
         const int32_t cmp = key_compare(key, node->key);
-        if (cmp == 0 && goal == qv_btree_goal_t::EQUAL) {
-            return {node, idx, cmp};
-        }
         // Each side tests its own flag, so that compilers make a branch of the choice. Where that
         // is predicted, the processor begins the next comparison before this one has answered.
         qv_btree_node_t* next = nullptr;
-        if (cmp <= 0 && node->left_child != 0) {
-            next = node->left;
-        } else if (cmp > 0 && node->right_child != 0) {
-            next = node->right;
+        if (cmp > 0) {
+            if (node->right_child == 0) {
+                return {node, idx, cmp};
+            }
+            next = right;
         } else {
-            return {node, idx, cmp};
+            if ((cmp == 0 && goal == qv_btree_goal_t::EQUAL) || node->left_child == 0) {
+                return {node, idx, cmp};
+            }
+            next = left;
         }
         if (path != nullptr) {
             assert(idx < QV_BTREE_MAX_LEVELS);
@@ -332,10 +335,8 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
         qv_btree_node_overwrite(t, node, key, value, replace);
         return;
     }
-    if (end.idx == QV_BTREE_MAX_LEVELS) {
-        return;
-    }
-    qv_btree_node_t* const child = qv_btree_node_new(key, value);
+    qv_btree_node_t* const child =
+        end.idx < QV_BTREE_MAX_LEVELS ? qv_btree_node_new(key, value) : nullptr;
     if (child == nullptr) {
         return;
     }
