@@ -82,9 +82,9 @@ bool same(const Model* a, const Model* b) {
                       same(a->child[0], b->child[0]) && same(a->child[1], b->child[1]));
 }
 
-// --- The map: the entry of a key is the record at that index ------------------------------------
+// --- The map: the entry of a key is the node at that index ------------------------------------
 
-std::array<qv_btree_node_t, 64> records;
+std::array<qv_btree_node_t, 64> nodes;
 qv_btree_node_t* allocated;
 
 int32_t compare(const void* a, const void* b) {
@@ -92,15 +92,15 @@ int32_t compare(const void* a, const void* b) {
 }
 
 void insert(qv_btree_t* map, intptr_t key) {
-    allocated = &records[static_cast<size_t>(key)];
+    allocated = &nodes[static_cast<size_t>(key)];
     qv_btree_insert(map, reinterpret_cast<void*>(key), nullptr);
 }
 
-// The tree of the map, with the indices of its records for keys; of a broken one, the upper levels.
+// The tree of the map, with the indices of its nodes for keys; of a broken one, the upper levels.
 const Model* model_of(bool exists, const qv_btree_node_t* node, int levels = 8) {
     return exists && node != nullptr && levels > 0
                ? tree(model_of(node->left_child != 0, node->left, levels - 1),
-                      node - records.data(),
+                      node - nodes.data(),
                       model_of(node->right_child != 0, node->right, levels - 1))
                : nullptr;
 }
@@ -131,11 +131,11 @@ void try_operations(const Model* shape) {
             level.insert(level.end(), model->child.begin(), model->child.end());
         }
     }
-    const auto built_records = records;
+    const auto built_nodes = nodes;
     for (intptr_t key = 1; key <= last + 1; ++key) {
         const bool is_new = key % 2 != 0;
         qv_btree_t map = built;
-        records = built_records;
+        nodes = built_nodes;
         is_new ? insert(&map, key) : void(qv_btree_remove(&map, reinterpret_cast<void*>(key)));
         const std::string broken = broken_invariant(&map);
         const Model* const expected = changed(before, key);

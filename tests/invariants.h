@@ -1,5 +1,5 @@
 // Checks a map against the invariants numbered in qv_btree.cpp, which must be included before this
-// header, for the records.
+// header, for the structures.
 #pragma once
 
 #include <algorithm>

@@ -44,8 +44,8 @@ extern "C" {
  *
  * **Nodes.** An entry stays in the node it was created in. A node pointer stays valid, and leads to
  * the same entry, across every insertion, every overwriting of its key or value and every removal
- * of other entries, until that entry is removed or the map is cleared, assigned to or freed. Using
- * the pointer after that is undefined.
+ * of other entries, until that entry is removed or the map is cleared, assigned to or released.
+ * Using the pointer after that is undefined.
  *
  * **Exhausted memory** shows as NULL from qv_btree_new() and qv_btree_copy(). An insertion that
  * gets no memory for its node changes nothing, calls nothing but the comparator, and leaves key
