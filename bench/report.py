@@ -86,12 +86,6 @@ def page(results, contexts):
         ["operation", *PEERS[1:]],
         [[operation, *(ratios(results, "GNU", "boxed", operation, peer) for peer in PEERS[1:])]
          for operation in OPERATIONS])
-    lines += table(
-        "Nanoseconds by gcc, boxed keys: qv_btree (std::map)",
-        ["operation", *(f"{size:,}" for size in SIZES)],
-        [[operation, *("{:.0f} ({:.0f})".format(*(
-            results["GNU", "boxed", size, operation][peer] for peer in (QV, "std::map")))
-                       for size in SIZES)] for operation in OPERATIONS])
     texts = sorted({size for _, _, size, operation in results if operation == "enter"})
     uses = [("timers", "step", "timers, at the same five sizes", SIZES)] + [
         ("words", "enter", "words of {0}, {1:,} different".format(*split_text(text)), [text])
