@@ -99,8 +99,7 @@ void insert(qv_btree_t* map, intptr_t key) {
 // The tree of the map, with the indices of its nodes for keys; of a broken one, the upper levels.
 const Model* model_of(bool exists, const qv_btree_node_t* node, int levels = 8) {
     return exists && node != nullptr && levels > 0
-               ? tree(model_of(node->left_child != 0, node->left, levels - 1),
-                      node - nodes.data(),
+               ? tree(model_of(node->left_child != 0, node->left, levels - 1), node - nodes.data(),
                       model_of(node->right_child != 0, node->right, levels - 1))
                : nullptr;
 }
