@@ -113,8 +113,7 @@ protected:
     // In place of the usual map, whose comparator and destructors only write the log.
     void create(qv_comparator_pt key_compare, qv_dtor_pt of_keys, qv_dtor_pt of_values) {
         qv_btree_free(map);
-        map = qv_btree_new(key_compare, of_keys, of_values);
-        observed = map;
+        observed = map = qv_btree_new(key_compare, of_keys, of_values);
     }
 
     // Each key gets ten times itself as its value.

@@ -22,8 +22,7 @@ printf "it\t1\tsmall:2\nit's\t3\tsmall:1 small:2 -:2\n" >>expected
 printf "\nit's" | ends 1 missing small . - - --prefix it
 
 cat "$text" small | tr A-Z a-z | tr -c "a-z'\200-\377" '\n' | sed "s/''*\$//; s/^'*//; s/'''*/\n/g" |
-    grep . | sort | uniq -c | awk '{ print $2 "\t" $1 }' >counts
-awk '$1 >= "c" && $1 < "t"' counts | head -n 200 >expected
+    grep . | sort | uniq -c | awk '$2 >= "c" && $2 < "t" { print $2 "\t" $1 }' | head -n 200 >expected
 ends 0 --counts --from C --until=t --limit 200 "$text" small
 { echo "concordance: unrecognized option '--lines'"; "$program" --help; } >expected
 ends 2 --lines

@@ -11,22 +11,22 @@
 // Returns which invariant is broken first, and where: entries are counted in key order, from 1.
 // Empty when all hold.
 inline std::string broken_invariant(const qv_btree_t* map) {
-    using Node = qv_btree_node_t*;
+    using Node = qv_btree_node_t;
     std::string broken;
-    Node last = nullptr;
+    const Node* last = nullptr;
     size_t count = 0;
     const auto require = [&](bool holds, const char* what, size_t entry) {
         if (!holds && broken.empty()) {
             broken = "invariant " + std::string(what) + ' ' + std::to_string(entry);
         }
     };
-    const std::function<int(Node, size_t)> height = [&](Node node, size_t level) {
+    const std::function<int(Node*, size_t)> height = [&](Node* node, size_t level) {
         require(node != nullptr && level <= QV_BTREE_MAX_LEVELS, "2: NULL or too deep", count);
         if (!broken.empty()) {
             return 0;
         }
         const int left = node->left_child != 0 ? height(node->left, level + 1) : 0;
-        const Node previous = std::exchange(last, node);
+        const Node* const previous = std::exchange(last, node);
         const size_t entry = ++count;
         require(node->left_child <= 1 && node->right_child <= 1, "3: flags of entry", entry);
         require(!broken.empty() || qv_btree_node_previous(node) == previous,
