@@ -82,7 +82,7 @@ bool same(const Model* a, const Model* b) {
                       same(a->child[0], b->child[0]) && same(a->child[1], b->child[1]));
 }
 
-// --- The map: the entry of a key is the node at that index ------------------------------------
+// --- The map: the entry of a key is the node at that index --------------------------------------
 
 std::array<qv_btree_node_t, 64> nodes;
 qv_btree_node_t* allocated;

@@ -1,5 +1,5 @@
 // Checks a map against the invariants numbered in qv_btree.cpp, which must be included before this
-// header, for the structures.
+// header: the structures are there.
 #pragma once
 
 #include <algorithm>
