@@ -40,16 +40,20 @@ extern "C" {
  * **Callbacks** run on the caller's thread, inside the call that caused them. A comparator,
  * destructor or copy function must not call a function of this header on the map that called it (in
  * copying and assigning: on either of the two maps), except qv_btree_size() and qv_btree_empty().
- * No callback, a visitor included, may leave by an exception or longjmp().
+ * Nor must HAL_Malloc() and HAL_Free(). No callback, a visitor included, may leave by an exception
+ * or longjmp().
  *
  * **Nodes.** An entry stays in the node it was created in. A node pointer stays valid, and leads to
  * the same entry, across every insertion, every overwriting of its key or value and every removal
  * of other entries, until that entry is removed or the map is cleared, assigned to or released.
  * Using the pointer after that is undefined.
  *
- * **Exhausted memory** shows as NULL from qv_btree_new() and qv_btree_copy(). An insertion that
- * gets no memory for its node changes nothing, calls nothing but the comparator, and leaves key
- * and value with the caller. qv_btree_size() grows by one for a new entry. It stays the same in two
+ * **Exhausted memory.** qv_btree_new() and qv_btree_copy() return NULL where there is no memory for
+ * the map itself. An insertion that gets no memory for its node changes nothing, calls nothing but
+ * the comparator, and leaves key and value with the caller. A copy or an assignment leaves such an
+ * entry out and goes on, and nobody owns its duplicates: compare the sizes of the two maps.
+ *
+ * An insertion lets qv_btree_size() grow by one for a new entry. It leaves the size as it is in two
  * cases, which differ in who owns key and value: an equal key was found, or the entry was refused.
  * So look the key up first. When it is known to be absent, an unchanged size means that there was
  * no memory:
@@ -65,14 +69,14 @@ extern "C" {
  * 267,914,295 entries refuses none, in whatever order it was built.
  *
  * **Costs** are given for a map of n entries. They bound the number of comparator calls and of all
- * other steps. One search is O(log n). An insertion whose node and success are wanted takes three
- * searches: qv_btree_find_node() before it, its own, and qv_btree_find_node() after it. A lower
- * bound with its node takes two.
+ * other steps. One search is O(log n). The node of an entry that was just inserted, or of a lower
+ * bound, takes a second search.
  *
  * **Threads.** A map has no lock. Lookups, visits, node navigation, qv_btree_size(),
  * qv_btree_empty() and copying from a map write nothing in it and may run in parallel with each
  * other; every other call on a map must be serialized against all calls on the same map. There is
- * no state outside the maps.
+ * no state outside the maps. Calls on different maps, and copies of one map, may call HAL_Malloc()
+ * and HAL_Free() at the same time.
  *
  * **NULL.** Every function accepts a NULL map and then returns its neutral result (NULL, false, 0,
  * and true from qv_btree_empty()) or does nothing.
@@ -282,14 +286,15 @@ qv_btree_node_t* qv_btree_remove_node(qv_btree_t* t, qv_btree_node_t* node);
 
 /**
  * Removes every entry whose key sorts before `key`, provided that `key` itself is stored; its own
- * entry stays. Returns false, having removed nothing, when it is not stored. O(m log n) for m
+ * entry stays. Returns false, having removed nothing, when it is not stored. O((m + 1) log n) for m
  * entries removed, in ascending order, each one as by qv_btree_remove().
  *
  * With the keys 1 to 10: 6 removes 1 to 5 and returns true, 1 removes nothing and returns true, 11
  * removes nothing and returns false.
  *
- * The comparator is called with `key` first, which may be of another kind as in
- * qv_btree_find_node(), and then with stored keys only. An entry whose key is a NULL pointer is
+ * The comparator is called with `key` first, and then with stored keys only. `key` may be of
+ * another kind: where it equals several stored keys, all entries before the first of these on the
+ * way from the root are removed, equal ones among them. An entry whose key is a NULL pointer is
  * never removed: the call stops there and returns true.
  */
 bool qv_btree_remove_until(qv_btree_t* t, const void* key);
@@ -304,9 +309,8 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key);
  * before its value, and go through qv_btree_insert(): O(n log n) with its comparator calls. The
  * source is only read.
  *
- * An entry for which there is no memory is left out and the next one follows. Nobody releases the
- * key and the value that would have been stored. The sizes of the two maps then differ. What a copy
- * function returns is stored as it is: NULL as well.
+ * An entry for which there is no memory is left out and the next one follows: see "Exhausted
+ * memory" at ::qv_btree_t. What a copy function returns is stored as it is: NULL as well.
  * @{
  */
 
@@ -317,18 +321,21 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key);
  *
  * The new map takes over the key destructor of `tree` only with a `key_copy`, and its value
  * destructor only with a `value_copy`: it never releases what it shares with `tree`, and it must
- * not be used after `tree` has released that.
+ * not be used after `tree` has released that. Where `tree` has no destructor, the new map has none
+ * either, and the duplicates belong to the caller.
  */
 qv_btree_t* qv_btree_copy(const qv_btree_t* tree, qv_copy_pt key_copy, qv_copy_pt value_copy);
 
 /**
- * Clears `tree` as qv_btree_clear() does and fills it with the entries of `other`; a NULL `other`
- * leaves it empty. Does nothing when both are the same map or `tree` is NULL.
+ * Clears `tree` as qv_btree_clear() does, then fills it with the entries of `other`; a NULL `other`
+ * leaves it empty. Where there is no memory, the old entries are gone nevertheless. Does nothing
+ * when both are the same map or `tree` is NULL.
  *
  * `tree` keeps its own comparator and destructors. It places the entries by its own comparator: of
- * keys that it finds equal, the first stays with the last value, and the others go to its
- * destructors as qv_btree_insert() describes. Objects shared by two maps that both have a
- * destructor for them would be released twice: to share, use maps without that destructor.
+ * keys that it finds equal, the first stays with the last value, the others go to its destructors
+ * as qv_btree_insert() describes, and the size is smaller than that of `other`. Objects shared by
+ * two maps that both have a destructor for them would be released twice: to share, use maps without
+ * that destructor.
  */
 void qv_btree_assign(qv_btree_t* tree, const qv_btree_t* other, qv_copy_pt key_copy,
                      qv_copy_pt value_copy);
