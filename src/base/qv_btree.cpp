@@ -56,22 +56,16 @@ static inline void qv_btree_prefetch(const void* object) {
 // Node navigation
 
 qv_btree_node_t* qv_btree_first_node(const qv_btree_t* t) {
-    if (t == nullptr || t->root == nullptr) {
-        return nullptr;
-    }
-    qv_btree_node_t* node = t->root;
-    while (node->left_child != 0) {
+    qv_btree_node_t* node = t != nullptr ? t->root : nullptr;
+    while (node != nullptr && node->left_child != 0) {
         node = node->left;
     }
     return node;
 }
 
 qv_btree_node_t* qv_btree_last_node(const qv_btree_t* t) {
-    if (t == nullptr || t->root == nullptr) {
-        return nullptr;
-    }
-    qv_btree_node_t* node = t->root;
-    while (node->right_child != 0) {
+    qv_btree_node_t* node = t != nullptr ? t->root : nullptr;
+    while (node != nullptr && node->right_child != 0) {
         node = node->right;
     }
     return node;
