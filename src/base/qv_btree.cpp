@@ -109,11 +109,11 @@ void* qv_btree_node_value(qv_btree_node_t* node) {
 
 // Where a search ended: at a node with an equal key, or at one whose link on the key's side is a
 // thread. In an empty map it ends at NULL with idx 0, as if to the left of it.
-typedef struct qv_btree_place_s {
+struct qv_btree_place_t {
     qv_btree_node_t* node;
     size_t idx;   // the level of node, and its slot in a path
     int32_t cmp;  // the comparator's last answer, for the key and that of node
-} qv_btree_place_t;
+};
 
 // What a search is for. All searches compare from the root downwards, with key first.
 enum class qv_btree_goal_t {
@@ -154,7 +154,7 @@ static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* 
             next = left;
         }
         if (path != nullptr) {
-            assert(idx < QV_BTREE_MAX_LEVELS);
+            assert(idx < QV_BTREE_MAX_LEVELS);  // node has a child, so it is above the last level.
             path[idx] = node;
         }
         node = next;
@@ -194,7 +194,7 @@ static inline int qv_btree_max(int a, int b) {
 }
 
 static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* x) {
-    assert(x->right_child != 0 && x->balance >= 1);
+    assert(x->right_child != 0 && x->balance >= 1);  // y exists: the right side is taller.
     qv_btree_node_t* const y = x->right;
     x->right = y->left_child != 0 ? y->left : y;
     x->right_child = y->left_child;
@@ -209,7 +209,7 @@ static qv_btree_node_t* qv_btree_node_rotate_left(qv_btree_node_t* x) {
 }
 
 static qv_btree_node_t* qv_btree_node_rotate_right(qv_btree_node_t* y) {
-    assert(y->left_child != 0 && y->balance <= -1);
+    assert(y->left_child != 0 && y->balance <= -1);  // x exists: the left side is taller.
     qv_btree_node_t* const x = y->left;
     y->left = x->right_child != 0 ? x->right : x;
     y->left_child = x->right_child;
@@ -417,6 +417,7 @@ static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
     if (t == nullptr) {
         return false;
     }
+    // In an empty map there is nothing to compare.
     assert(key_compare != nullptr || t->root == nullptr);
     qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
     const qv_btree_place_t found =
@@ -523,6 +524,7 @@ void* qv_btree_low_bound(qv_btree_t* t, const void* key) {
 
 void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data) {
     qv_btree_node_t* node = qv_btree_first_node(t);
+    // In an empty map there is nothing to visit.
     assert(func != nullptr || node == nullptr);
     while (node != nullptr && !func(node->key, node->value, user_data)) {
         node = qv_btree_next_node(node);
