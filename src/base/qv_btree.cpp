@@ -260,15 +260,16 @@ static void qv_btree_relink(qv_btree_t* t, qv_btree_node_t* parent, bool left_no
     }
 }
 
-// Climbs from path[idx] upwards: adjusts the balances, and rotates where one is out of bounds. The
-// left subtree of that node, or else its right one, is taller (change is +1) or lower (-1) than it
-// was.
+// Climbs from path[idx], one of whose subtrees is taller (change is +1) or lower (-1) than it was:
+// adjusts the balances, and rotates where one is out of bounds.
 static void qv_btree_rebalance(qv_btree_t* t, qv_btree_node_t* const* path, size_t idx,
-                               bool left_node, int change) {
-    for (qv_btree_node_t* node = path[idx]; node != nullptr; node = path[idx]) {
-        qv_btree_node_t* const bparent = path[--idx];
-        node->balance = static_cast<int8_t>(node->balance + (left_node ? -change : change));
-        left_node = qv_btree_is_left_node(bparent, node);
+                               bool left_changed, int change) {
+    // Loop invariant: node is path[idx]; its left subtree, or its right one where left_changed is
+    // false, has changed its height by change; all balances below node are right.
+    for (qv_btree_node_t* node = path[idx]; idx > 0; --idx) {
+        qv_btree_node_t* const bparent = path[idx - 1];
+        const bool left_node = qv_btree_is_left_node(bparent, node);
+        node->balance = static_cast<int8_t>(node->balance + (left_changed ? -change : change));
         if (node->balance < -1 || node->balance > 1) {
             node = qv_btree_node_balance(node);
             qv_btree_relink(t, bparent, left_node, node);
@@ -279,6 +280,8 @@ static void qv_btree_rebalance(qv_btree_t* t, qv_btree_node_t* const* path, size
         if (height_is_unchanged) {
             return;  // No balance above it changes.
         }
+        left_changed = left_node;
+        node = bparent;
     }
 }
 
@@ -348,7 +351,7 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
     (left_node ? node->left : node->right) = child;
     (left_node ? node->left_child : node->right_child) = 1;
     path[end.idx] = node;  // The search does not: at the lowest level a node has no slot.
-    qv_btree_rebalance(t, path, end.idx, left_node, +1);
+    qv_btree_rebalance(t, path, end.idx, /*left_changed=*/left_node, +1);
 }
 
 // Puts the successor of a node with two children in its place.
@@ -384,7 +387,7 @@ static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** 
     qv_btree_relink(t, parent, qv_btree_is_left_node(parent, node), next);
     // The left subtree of next's old parent is lower now. Where that parent was node, next has
     // taken its place and balance, and its right subtree is lower.
-    qv_btree_rebalance(t, path, idx, is_deeper, -1);
+    qv_btree_rebalance(t, path, idx, /*left_changed=*/is_deeper, -1);
 }
 
 // Takes a node with at most one child out of the tree: the child takes its place or, where there is
@@ -408,7 +411,7 @@ static void qv_btree_node_unlink(qv_btree_t* t, qv_btree_node_t** path,
             (left_node ? parent->left_child : parent->right_child) = 0;
         }
     }
-    qv_btree_rebalance(t, path, found.idx - 1, left_node, -1);
+    qv_btree_rebalance(t, path, found.idx - 1, /*left_changed=*/left_node, -1);
 }
 
 // Only hands key to key_compare: the type does not mean a string. With steal the entry is taken out
