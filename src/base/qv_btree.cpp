@@ -339,19 +339,23 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
         return;
     }
     ++t->nnodes;
-    if (node == nullptr) {
-        t->root = child;
-        return;
-    }
     // The child takes over the thread in whose place it comes; its other thread leads to its
     // parent.
-    const bool left_node = end.cmp < 0;
-    child->left = left_node ? node->left : node;
-    child->right = left_node ? node : node->right;
-    (left_node ? node->left : node->right) = child;
-    (left_node ? node->left_child : node->right_child) = 1;
+    if (node == nullptr) {
+        t->root = child;
+    } else if (end.cmp < 0) {
+        child->left = node->left;
+        child->right = node;
+        node->left = child;
+        node->left_child = 1;
+    } else {
+        child->right = node->right;
+        child->left = node;
+        node->right = child;
+        node->right_child = 1;
+    }
     path[end.idx] = node;  // The search does not: at the lowest level a node has no slot.
-    qv_btree_rebalance(t, path, end.idx, /*left_changed=*/left_node, +1);
+    qv_btree_rebalance(t, path, end.idx, /*left_changed=*/end.cmp < 0, +1);
 }
 
 // Puts the successor of a node with two children in its place.
