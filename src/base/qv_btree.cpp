@@ -358,24 +358,40 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
     qv_btree_rebalance(t, path, end.idx, /*left_changed=*/end.cmp < 0, +1);
 }
 
-// Puts the successor of a node with two children in its place.
+/*
+ * Puts next, the successor of a node with two children, in the place of that node. In the second
+ * drawing next lies deeper, and leaves its old parent nextp:
+ *
+ *       node               next                  node                next
+ *      /    \             /    \                /    \              /    \
+ *     a      next   =>   a      c              a      d     =>     a      d
+ *      \         \        \                     \    /               \    /
+ *       prev      c        prev              prev  nextp        prev  nextp
+ *                                                  /                  /
+ *                                              next                  c
+ *                                                  \
+ *                                                   c
+ *
+ * The right thread of prev, the predecessor, led to node and leads to next afterwards. Where c is
+ * missing, the left link of nextp becomes a thread to next.
+ */
 static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** path,
                                                const qv_btree_place_t& found) {
     qv_btree_node_t* const node = found.node;
     qv_btree_node_t* const parent = path[found.idx - 1];
-
-    // The successor is the leftmost node of the right subtree.
-    size_t idx = found.idx;
+    qv_btree_node_t* const prev = qv_btree_node_previous(node);
+    qv_btree_node_t* nextp = node;
     qv_btree_node_t* next = node->right;
+    size_t idx = found.idx;  // the level of nextp
     while (next->left_child != 0) {
-        assert(idx + 1 < QV_BTREE_MAX_LEVELS);
+        assert(idx + 1 < QV_BTREE_MAX_LEVELS);  // next has a child, so it is above the last level.
         path[++idx] = next;
+        nextp = next;
         next = next->left;
     }
     path[found.idx] = next;
-    const bool is_deeper = idx > found.idx;
+    const bool is_deeper = nextp != node;
     if (is_deeper) {
-        qv_btree_node_t* const nextp = path[idx];
         if (next->right_child != 0) {
             nextp->left = next->right;
         } else {
@@ -384,13 +400,13 @@ static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** 
         next->right_child = 1;
         next->right = node->right;
     }
-    qv_btree_node_previous(node)->right = next;
+    prev->right = next;
     next->left_child = 1;
     next->left = node->left;
     next->balance = node->balance;
     qv_btree_relink(t, parent, qv_btree_is_left_node(parent, node), next);
-    // The left subtree of next's old parent is lower now. Where that parent was node, next has
-    // taken its place and balance, and its right subtree is lower.
+    // In the first drawing the right subtree of next is lower than that of node was, in the second
+    // one the left subtree of nextp is lower.
     qv_btree_rebalance(t, path, idx, /*left_changed=*/is_deeper, -1);
 }
 
