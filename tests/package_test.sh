@@ -1,6 +1,6 @@
 #!/bin/sh
 # Takes the library in every way that the guides describe, as other people's projects would.
-# Usage: package_test.sh SOURCE SNIPPETS, the programs and CMake lines of the guides by number
+# Usage: package_test.sh SOURCE SNIPPETS, the programs and CMake lines of the guides by name
 set -eu
 . "$(dirname "$0")/scratch.sh"
 source=$1 snippets=$2
@@ -43,7 +43,7 @@ quietly cmake -S "$source" -B core -DQV_BASE_STD_PLATFORM=OFF
 quietly cmake --build core --target static_pool btree_test
 mkdir copy
 cp -R "$source/CMakeLists.txt" "$source/cmake" "$source/src" "$source/platform" copy
-consumer fetched C "-DSNIPPET=$snippets/snippet_4.cmake" -DBUILD_SHARED_LIBS=ON \
+consumer fetched C "-DSNIPPET=$snippets/fetch_content.cmake" -DBUILD_SHARED_LIBS=ON \
     "-DFETCHCONTENT_SOURCE_DIR_QV_BASE=$work/copy"
 echo '#error edited' >>copy/src/base/qv_btree.h
 limited cmake --build fetched >log 2>&1 && fail 'an edited header is not seen'
@@ -53,7 +53,7 @@ grep -q 'error.*edited' log
 mkdir -p copied/qv
 cp -R "$source/src/base" copied/qv/base
 quietly "${CXX:-c++}" -std=c++11 -Icopied -c copied/qv/base/qv_btree.cpp "$source"/platform/std/*.cpp
-for program in "$source/examples/static_pool.c" "$snippets/snippet_1.c hal_memory.o"; do
+for program in "$source/examples/static_pool.c" "$snippets/people.c hal_memory.o"; do
     # shellcheck disable=SC2086 # One argument for each file.
     quietly "${CC:-cc}" -std=c99 -Icopied $program qv_btree.o -o copied.program
     quietly ./copied.program
@@ -61,13 +61,13 @@ done
 
 # Installed: with an absolute folder; and static and shared, elsewhere than configured.
 install_as build-absolute "-DCMAKE_INSTALL_LIBDIR=$work/absolute"
-by_pkg_config "$work/absolute" qv_base "$snippets/snippet_1.c"
+by_pkg_config "$work/absolute" qv_base "$snippets/people.c"
 headers=include/x
 for shared in OFF ON; do
     install_as "build-$shared" "-DBUILD_SHARED_LIBS=$shared" "-DCMAKE_INSTALL_INCLUDEDIR=$headers"
     mv prefix moved
-    consumer "package-$shared" 'C;CXX' "-DSNIPPET=$snippets/snippet_3.cmake" "-DCMAKE_PREFIX_PATH=$work/moved"
-    by_pkg_config "$work/moved/lib" qv_base "$snippets/snippet_1.c"
+    consumer "package-$shared" 'C;CXX' "-DSNIPPET=$snippets/find_package.cmake" "-DCMAKE_PREFIX_PATH=$work/moved"
+    by_pkg_config "$work/moved/lib" qv_base "$snippets/people.c"
     by_pkg_config "$work/moved/lib" qv_base_core "$source/examples/static_pool.c"
     headers=$work/headers
 done
