@@ -22,14 +22,15 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qv_base-config-version.cmake
 # The prefix is relative to the file, as many folders up as its own place is deep.
 set(pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
-  set(pc_prefix ${CMAKE_INSTALL_PREFIX})
+  string(REPLACE " " "\\ " pc_prefix ${CMAKE_INSTALL_PREFIX}) # pkg-config passes that on to the shell.
 else()
   string(REGEX REPLACE "[^/]+" ".." pc_prefix ${pc_dir})
   string(PREPEND pc_prefix "\${pcfiledir}/")
 endif()
 foreach(dir IN ITEMS LIBDIR INCLUDEDIR)
   set(PC_${dir} "\${prefix}")
-  cmake_path(APPEND PC_${dir} ${CMAKE_INSTALL_${dir}}) # An absolute folder replaces what it follows.
+  string(REPLACE " " "\\ " folder ${CMAKE_INSTALL_${dir}})
+  cmake_path(APPEND PC_${dir} ${folder}) # An absolute folder replaces what it follows.
 endforeach()
 foreach(library IN LISTS libraries)
   configure_file(cmake/library.pc.in ${library}.pc @ONLY)
