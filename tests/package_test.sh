@@ -25,13 +25,18 @@ install_as() {
     quietly cmake --install "$name"
 }
 
-# by_pkg_config FOLDER PACKAGE SOURCE: compiles and runs one file.
+# run_c ARGUMENT...: compiles and runs a program. CC may carry a launcher and flags.
+run_c() {
+    # shellcheck disable=SC2086 # One argument for each of its words.
+    quietly ${CC:-cc} -std=c99 -Wall -Wextra -Wpedantic -Werror "$@" -o program
+    quietly ./program
+}
+
+# by_pkg_config FOLDER PACKAGE SOURCE
 by_pkg_config() {
-    export PKG_CONFIG_PATH="$1/pkgconfig" LD_LIBRARY_PATH="$1"
-    # shellcheck disable=SC2046 # One argument for each flag.
-    quietly "${CC:-cc}" -std=c99 -Wall -Wextra -Wpedantic -Werror "$3" \
-        $(pkg-config --cflags --libs "$2") -o "$2.program"
-    quietly "./$2.program"
+    export PKG_CONFIG_PATH="$1/pkgconfig"
+    folder=$(eval "realpath $(pkg-config --variable=libdir "$2")")
+    eval "run_c \"\$3\" $(pkg-config --cflags --libs "$2") \"-Wl,-rpath,\$folder\""
 }
 
 # The source: in a project in C and C++, with a plugin, in others in C alone, one of them under
@@ -52,12 +57,10 @@ grep -q 'error.*edited' log
 # The files of src/base alone, with a program's own memory functions, and with those of the platform.
 mkdir -p copied/qv
 cp -R "$source/src/base" copied/qv/base
-quietly "${CXX:-c++}" -std=c++11 -Icopied -c copied/qv/base/qv_btree.cpp "$source"/platform/std/*.cpp
-for program in "$source/examples/static_pool.c" "$snippets/people.c hal_memory.o"; do
-    # shellcheck disable=SC2086 # One argument for each file.
-    quietly "${CC:-cc}" -std=c99 -Icopied $program qv_btree.o -o copied.program
-    quietly ./copied.program
-done
+# shellcheck disable=SC2086 # One argument for each word.
+quietly ${CXX:-c++} -std=c++11 -Icopied -c copied/qv/base/qv_btree.cpp "$source"/platform/std/*.cpp
+run_c -Icopied "$source/examples/static_pool.c" qv_btree.o
+run_c -Icopied "$snippets/people.c" hal_memory.o qv_btree.o
 
 # Installed: with an absolute folder; and static and shared, elsewhere than configured.
 install_as build-absolute "-DCMAKE_INSTALL_LIBDIR=$work/absolute"

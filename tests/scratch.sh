@@ -1,11 +1,14 @@
 # Sourced by the test scripts: a temporary folder to work in, which is removed on every way out. No file
 # may become larger than 100 MB. A failure shows the end of its log, and keeps the whole.
+export LC_ALL=C.UTF-8 # Lists are compared as they are sorted here, and messages of tools are read.
 kept=$PWD/$(basename "$0" .sh).log
 limit=100 # seconds for one step
-work=
-trap 'rm -rf "$work" 2>/dev/null || { sleep 1; rm -rf "$work"; }' EXIT # What was interrupted may still write.
+scratch=
+trap 'rm -rf "$scratch" 2>/dev/null || { sleep 1; rm -rf "$scratch"; }' EXIT # What was interrupted may still write.
 trap 'exit 1' HUP INT TERM
-work=$(mktemp -d)
+scratch=$(mktemp -d)
+work="$scratch/Über uns" # as people's folders are called
+mkdir "$work"
 trap '' XFSZ # To write beyond that is an error of the program that does, and does not kill the shell.
 ulimit -f 200000
 cd "$work"
