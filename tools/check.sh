@@ -1,28 +1,21 @@
 #!/bin/sh
-# Format, static analysis, headers on their own, the tests under ThreadSanitizer and Valgrind, debuggers.
-# Called by ./dev check, which installs and builds what this needs, and goes on with coverage.
+# Static analysis, headers on their own, the tests under ThreadSanitizer and Valgrind, debuggers. Called
+# by ./dev check, which installs and builds what this needs, and goes on with coverage.
 set -eu
 cd "$(dirname "$0")/.."
-sources=$(find src platform examples tests fuzz bench -name '*.c' -o -name '*.cpp' -o -name '*.h')
 warnings='-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror'
 
-echo "== format"
-# shellcheck disable=SC2086 # One argument for each file or flag, here and below.
-clang-format --dry-run -Werror $sources
-
 echo "== clang-tidy"
+# tidy ARGUMENT...: for each file of the input; what it prints is shown where it fails.
+tidy() {
+    xargs -P 2 -I {} sh -c 'out=$(clang-tidy --quiet "--warnings-as-errors=*" "$@" 2>&1) ||
+        { echo "$out"; exit 255; }' tidy "$@" {}
+}
 # C++17, which gcc takes unasked and clang-tidy does not. The benchmark library's own headers leak as
 # the analyzer sees it.
-tidy='clang-tidy --quiet --warnings-as-errors=*'
-{
-    for file in $(find src platform examples tests fuzz -name '*.cpp'); do
-        echo "$tidy -p build/release --extra-arg-before=-std=c++17" \
-            "--extra-arg=-I$PWD/build/release/include $file"
-    done
-    for file in bench/*.cpp; do
-        echo "$tidy -p build/bench --checks=-clang-analyzer-cplusplus.NewDeleteLeaks $file"
-    done
-} | xargs -P 2 -I {} sh -c '{} 2>/dev/null'
+find src platform examples tests fuzz -name '*.cpp' |
+    tidy -p build/release --extra-arg-before=-std=c++17 "--extra-arg=-I$PWD/build/release/include"
+find bench -name '*.cpp' | tidy -p build/bench --checks=-clang-analyzer-cplusplus.NewDeleteLeaks
 
 echo "== cppcheck"
 # useStlAlgorithm: a plain loop is often the clearer one. const...: the signatures of callbacks and of the
@@ -33,7 +26,7 @@ left_out='useStlAlgorithm constStatement constParameter constParameterPointer co
 # shellcheck disable=SC2046,SC2086
 cppcheck --quiet --error-exitcode=1 --enable=warning,style,performance,portability --std=c++17 \
     --language=c++ --library=googletest $(printf ' --suppress=%s' $left_out) -Isrc/base -Itests \
-    $(echo "$sources" | grep 'cpp$')
+    $(find src platform examples tests fuzz bench -name '*.cpp')
 
 echo "== gcc -fanalyzer"
 for file in src/base/qv_btree.cpp platform/std/hal_memory.cpp; do
