@@ -37,6 +37,7 @@ run_on_linux() {
 
 run_on_linux arm qemu-arm arm-linux-gnueabihf
 run_on_linux aarch64 qemu-aarch64 aarch64-linux-gnu
+run_on_linux riscv64 qemu-riscv64 riscv64-linux-gnu
 run_on_linux s390x qemu-s390x s390x-linux-gnu
 run_on_linux i386 qemu-i386 i686-linux-gnu
 
@@ -101,7 +102,7 @@ cd "$build"
 arm-none-eabi-g++ -mcpu=cortex-m0plus -mthumb -std=c++11 -Os -ffreestanding -fno-exceptions \
     -fno-rtti -DNDEBUG $warnings -Wold-style-cast -fcallgraph-info=su "-I$source/src/base" \
     -c "$source/src/base/qv_btree.cpp" -o m0.o
-arm-none-eabi-size m0.o | awk 'NR == 2 { print "code " $1 " bytes, data " $2 + $3 " bytes" }'
+arm-none-eabi-size m0.o | awk 'NR == 2 { print "code " $1 " bytes, data " $2 + $3 " bytes"; exit $1 >= 2048 || $2 + $3 > 0 }'
 echo "stack of each function with all that it calls of the library, in bytes, the largest first:"
 awk -F'"' '
     function total(caller, called, count, i, deepest) {
@@ -114,4 +115,5 @@ awk -F'"' '
     /^node/ && match($4, /[0-9]+ bytes/) { own[$2] = substr($4, RSTART, RLENGTH) + 0 }
     /^edge/ { calls[$2] = calls[$2] "\n" $4 }
     END { for (name in own) if (name ~ /^qv_btree_/) print total(name), name }
-' m0.ci | sort -rn
+' m0.ci | sort -rn | tee stack
+awk '$1 > 350 { exit 1 }' stack
