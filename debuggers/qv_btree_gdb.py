@@ -23,11 +23,9 @@ import qv_btree_walk as walk  # pylint: disable=wrong-import-position
 
 
 class Gdb(walk.Debugger):
-    def is_little(self):
-        return "little" in gdb.execute("show endian", to_string=True)
-
-    def pointer_size(self):
-        return gdb.lookup_type("void").pointer().sizeof
+    def numbers(self):
+        is_little = "little" in gdb.execute("show endian", to_string=True)
+        return "<" if is_little else ">", gdb.lookup_type("void").pointer().sizeof
 
     def read(self, address, size):
         try:
@@ -121,15 +119,16 @@ class TypeParameter(gdb.Parameter):
 class MapPrinter:
     def __init__(self, value):
         try:
-            self.map = walk.read_map(DEBUGGER, int(value.address))
+            self.title, self.nodes = walk.shown_entries(
+                DEBUGGER, walk.read_map(DEBUGGER, int(value.address)))
         except walk.Refused as refused:  # For instance before the pointer to the map is set.
-            self.map = walk.Map(0, 0, 0, f"<{refused}>")
+            self.title, self.nodes = f"<{refused}>", []
 
     def to_string(self):
-        return self.map.title
+        return self.title
 
     def children(self):
-        for node in walk.entries(DEBUGGER, self.map):
+        for node in self.nodes:
             yield "key", DEBUGGER.goal(DEBUGGER.key_type, node.key)
             yield "value", DEBUGGER.goal(DEBUGGER.value_type, node.value)
 
@@ -156,8 +155,7 @@ class Command(gdb.Command):
             value = gdb.parse_and_eval(argument)
             is_object = value.type.strip_typedefs().code in (gdb.TYPE_CODE_STRUCT,
                                                              gdb.TYPE_CODE_ARRAY)
-            text = self.function(DEBUGGER, int(value.address if is_object else value))
-            gdb.write(text + "\n" if text else "")
+            gdb.write(self.function(DEBUGGER, int(value.address if is_object else value)) + "\n")
         except (walk.Refused, gdb.error) as error:
             raise gdb.GdbError(str(error)) from None
 

@@ -26,11 +26,9 @@ class Lldb(walk.Debugger):
     def process(self):
         return self.target.GetProcess()
 
-    def is_little(self):
-        return self.target.GetByteOrder() == lldb.eByteOrderLittle
-
-    def pointer_size(self):
-        return self.target.GetAddressByteSize()
+    def numbers(self):
+        is_little = self.target.GetByteOrder() == lldb.eByteOrderLittle
+        return "<" if is_little else ">", self.target.GetAddressByteSize()
 
     def read(self, address, size):
         error = lldb.SBError()

@@ -7,12 +7,11 @@ MAX_LEVELS = 40
 NOT_RETURNED = "the comparator did not return"
 
 HELP = {
-    "qv-key-type": "TYPE: shows the keys of all maps as what a pointer of this type points to, or as "
-                   "the integer in its place.",
+    "qv-key-type": "TYPE: shows keys as what a pointer of this type points to, or as integers of this type.",
     "qv-value-type": "TYPE: the same for values.",
     "qv-print": "ADDRESS: shows the qv_btree map or node at an address.",
-    "qv-check": "MAP: verifies invariants 1 to 4 of a qv_btree map and names the first broken node. "
-                "Invariant 1, the order of keys, takes a process to call the comparator in."}
+    "qv-check": "MAP: verifies invariants 1 to 4, the order of keys (1) in a process only, and names the "
+                "first broken node."}
 
 Map = collections.namedtuple("Map", "root compare nnodes title")
 Node = collections.namedtuple(
@@ -34,8 +33,7 @@ class Broken(Exception):
 class Debugger:
     """What a debugger supplies; types are texts such as "char *". A derived class has the methods
 
-    is_little()                  whether the lowest byte of a number comes first
-    pointer_size()               in bytes
+    numbers()                    the order of bytes, "<" or ">", and the bytes of a pointer
     read(address, size)          the bytes at an address; raises Unreadable
     has_process()                whether a comparator could be called: not in a core dump
     is_code(address)             whether a function may be there
@@ -76,11 +74,11 @@ def checked_type(debugger, what, name):
     """The type that a user has given; raises Refused where it cannot be one."""
     name = name.strip()
     kind = debugger.kind(name) if name else "missing"
+    wrong = {"missing": "a type is missing", "other": f"'{name}' is not a type of pointers",
+             None: f"there is no type '{name}'"}.get(kind)
     if kind is None and not debugger.has_process():
         print(f"{what}: there is no type '{name}' yet; it is looked up again when a map is shown")
         return name
-    wrong = {"missing": "a type is missing", "other": f"'{name}' is not a type of pointers",
-             None: f"there is no type '{name}'"}.get(kind)
     if wrong:
         example = f"{name} *" if kind == "other" else "char *"
         raise Refused(f"{what}: {wrong}; a right one looks like: {example}")
@@ -88,8 +86,8 @@ def checked_type(debugger, what, name):
 
 
 def read_fields(debugger, address, layout):
-    layout = ("<" if debugger.is_little() else ">") + layout.replace(
-        "P", {2: "H", 4: "I", 8: "Q"}[debugger.pointer_size()])
+    order, width = debugger.numbers()
+    layout = order + layout.replace("P", {2: "H", 4: "I", 8: "Q"}[width])
     return struct.unpack(layout, debugger.read(address, struct.calcsize(layout)))
 
 
@@ -108,48 +106,46 @@ def read_map(debugger, address):
     return Map(root, compare, nnodes, f"qv_btree_t of {nnodes} entries")
 
 
-def entries(debugger, shown):
-    """The nodes in order. Follows the links as they are, but not for longer than the map is."""
+def shown_entries(debugger, shown):
+    """A title, and the first nodes in order: as many as the user wants to see and as are found by
+    the links as they are, until these lead nowhere or in a circle."""
+    wanted = min(shown.nnodes, debugger.limit())
+    nodes = {}  # by address
     address, is_child = shown.root, True
-    for _ in range(shown.nnodes if shown.root else 0):
-        try:
+    try:
+        while address and address not in nodes and len(nodes) < wanted:
             node = read_node(debugger, address)
-            while is_child and node.left_child:
-                node = read_node(debugger, node.left)
-        except Unreadable:
-            return
-        yield node
-        address, is_child = node.right, node.right_child
-        if not address:
-            return
+            for _ in range(MAX_LEVELS if is_child else 0):
+                node = read_node(debugger, node.left) if node.left_child else node
+            if node.address in nodes or is_child and node.left_child:
+                break
+            nodes[node.address] = node
+            address, is_child = node.right, node.right_child
+    except Unreadable:
+        pass
+    missing = "" if len(nodes) == wanted else f", {len(nodes)} found: qv-check names why"
+    return shown.title + missing, list(nodes.values())
 
 
 def map_text(debugger, shown):
-    texts = []
-    for node in entries(debugger, shown):
-        if len(texts) == debugger.limit():
-            texts[-1] += "..."
-            break
-        value = debugger.shown(debugger.value_type, node.value)
-        texts.append(f"[{debugger.key(node)}] = {value}")
-    else:
-        if len(texts) < shown.nnodes:
-            texts.append(f"<{shown.nnodes - len(texts)} not found: qv-check names why>")
-    return f"{shown.title} = {{{', '.join(texts)}}}"
+    title, nodes = shown_entries(debugger, shown)
+    texts = [f"[{debugger.key(node)}] = {debugger.shown(debugger.value_type, node.value)}"
+             for node in nodes]
+    more = "..." if len(nodes) == debugger.limit() < shown.nnodes else ""
+    return title + (f" = {{{', '.join(texts)}{more}}}" if texts else "")
 
 
 def node_text(debugger, node):
-    sides = []
-    for side, to, flag in (("left", node.left, node.left_child),
-                           ("right", node.right, node.right_child)):
-        try:
-            end = debugger.key(read_node(debugger, to)) if to else "NULL"
-        except Unreadable:
-            end = f"nowhere ({to:#x})"
+    def link(side, to, flag):
         kind = {0: "thread", 1: "child"}.get(flag, f"flag {flag}")
-        sides.append(f"{side} {kind} {end}")
-    value = debugger.shown(debugger.value_type, node.value)
-    return f"{debugger.key(node)} = {value}, balance {node.balance}, {', '.join(sides)}"
+        try:
+            return f"{side} {kind} {debugger.key(read_node(debugger, to)) if to else 'NULL'}"
+        except Unreadable:
+            return f"{side} {kind} nowhere ({to:#x})"
+
+    return (f"{debugger.key(node)} = {debugger.shown(debugger.value_type, node.value)}, "
+            f"balance {node.balance}, {link('left', node.left, node.left_child)}, "
+            f"{link('right', node.right, node.right_child)}")
 
 
 def text_at(debugger, address):
@@ -171,8 +167,7 @@ class Check:
     def __init__(self, debugger, address):
         self.debugger = debugger
         self.map = read_map(debugger, address)
-        self.nodes = []
-        self.met = set()  # addresses
+        self.nodes, self.met = [], set()  # addresses
 
     def run(self):
         """Returns what holds; raises Broken."""
@@ -210,6 +205,8 @@ class Check:
             raise self.broken(f"2: {side} child that is met twice", *around, node)
         if level > MAX_LEVELS:
             raise self.broken(f"2: deeper than {MAX_LEVELS} levels", node)
+        if len(self.met) == self.map.nnodes:
+            raise self.broken(f"4: more nodes than nnodes, {self.map.nnodes}", node)
         self.met.add(address)
         if {node.left_child, node.right_child} - {0, 1}:
             raise self.broken("3: flags", node)
