@@ -43,10 +43,21 @@ class Gdb(walk.Debugger):
                               gdb.execute("info files", to_string=True))
         return any(int(low, 16) <= address < int(high, 16) for low, high in sections)
 
-    def kind(self, type_name):
+    def type_of(self, type_name):
         try:
-            of_type = gdb.parse_and_eval(f"({type_name}*)0").type.target().strip_typedefs()
-        except gdb.error:
+            return gdb.parse_and_eval(f"({type_name}*)0").type.target().strip_typedefs()
+        except gdb.error:  # GDB wants all namespaces to be written, and parses no unnamed one.
+            name = type_name.rstrip("* ")
+            known = gdb.execute(f"info types -q {re.escape(name.split('::')[-1])}$", to_string=True)
+            for full_name in re.findall(r"^\S*\s+(.*);$", known, re.M):
+                if walk.is_meant(name, full_name):
+                    found = gdb.lookup_type(full_name)
+                    return found.pointer() if "*" in type_name else found
+            return None
+
+    def kind(self, type_name):
+        of_type = self.type_of(type_name)
+        if of_type is None:
             return None
         if of_type.code in (gdb.TYPE_CODE_INT, gdb.TYPE_CODE_ENUM):
             return "integer"
@@ -57,7 +68,8 @@ class Gdb(walk.Debugger):
             "text" if to.code == gdb.TYPE_CODE_INT and to.sizeof == 1 else "object"
 
     def value(self, type_name, pointer, dereferenced):
-        return gdb.parse_and_eval(f"{'*' if dereferenced else ''}({type_name}){pointer}")
+        value = gdb.parse_and_eval(f"(void*){pointer}").cast(self.type_of(type_name))
+        return value.dereference() if dereferenced else value
 
     def one_line(self, value):
         plain = value.format_string(address=False, symbols=False)

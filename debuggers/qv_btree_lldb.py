@@ -55,13 +55,19 @@ class Lldb(walk.Debugger):
 
     def type_of(self, type_name):
         if type_name not in self.types:
-            self.types[type_name] = self.evaluated(f"({type_name}*)0").GetType().GetPointeeType()
+            try:
+                of_type = self.evaluated(f"({type_name}*)0").GetType().GetPointeeType()
+            except walk.Refused:  # LLDB wants most namespaces to be written, and no unnamed one.
+                name = type_name.rstrip("* ")
+                of_type = next((known for known in self.target.FindTypes(name.split("::")[-1])
+                                if walk.is_meant(name, known.GetName())), lldb.SBType())
+                of_type = of_type.GetPointerType() if "*" in type_name else of_type
+            self.types[type_name] = of_type
         return self.types[type_name]
 
     def kind(self, type_name):
-        try:
-            of_type = self.type_of(type_name).GetCanonicalType()
-        except walk.Refused:
+        of_type = self.type_of(type_name).GetCanonicalType()
+        if not of_type.IsValid():
             return None
         if not of_type.IsPointerType():
             integer = lldb.eTypeIsInteger | lldb.eTypeIsEnumeration
@@ -72,7 +78,7 @@ class Lldb(walk.Debugger):
         return None if not to.IsTypeComplete() else "text" if to.GetByteSize() == 1 else "object"
 
     def value(self, type_name, pointer, dereferenced):
-        value = self.evaluated(f"({type_name}){pointer}ull")
+        value = self.evaluated(f"(void*){pointer}ull").Cast(self.type_of(type_name))
         return value.Dereference() if dereferenced else value
 
     def one_line(self, value):

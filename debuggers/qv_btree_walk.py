@@ -70,19 +70,22 @@ class Debugger:
         return self.shown(self.key_type, node.key)
 
 
+def is_meant(name, full_name):
+    """Whether a name, which may leave out namespaces, is that of a type."""
+    name, full_name = (text.replace("(anonymous namespace)::", "") for text in (name, full_name))
+    return f"::{full_name}".endswith(f"::{name}")
+
+
 def checked_type(debugger, what, name):
     """The type that a user has given; raises Refused where it cannot be one."""
     name = name.strip()
     kind = debugger.kind(name) if name else "missing"
     wrong = {"missing": "a type is missing", "other": f"'{name}' is not a type of pointers",
              None: f"there is no type '{name}'"}.get(kind)
-    if kind is None and not debugger.has_process():
-        print(f"{what}: there is no type '{name}' yet; it is looked up again when a map is shown")
-        return name
-    if wrong:
+    if wrong and (kind is not None or debugger.kind("qv_btree_t") is not None):
         example = f"{name} *" if kind == "other" else "char *"
         raise Refused(f"{what}: {wrong}; a right one looks like: {example}")
-    return name
+    return name  # also where types of the program are not known yet
 
 
 def read_fields(debugger, address, layout):
