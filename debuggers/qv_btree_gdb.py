@@ -89,7 +89,9 @@ class Gdb(walk.Debugger):
                     return index, "order"
                 if index % 10000 == 0:
                     print(f"compared {index} of {len(keys)} entries", flush=True)
-        except gdb.error:
+        except gdb.error as error:
+            if not str(error).startswith("The program being debugged"):  # and has ended in the call
+                raise walk.Refused(f"GDB cannot call the comparator: {error}") from None
             return index, walk.NOT_RETURNED
         finally:
             for point in enabled:
