@@ -1,4 +1,4 @@
-/* What a map is used for, in C99; docs/recipes.md explains each part. */
+/* What a map is used for, in C11; docs/recipes.md explains each part. */
 
 #include <assert.h>
 #include <limits.h>
@@ -142,35 +142,33 @@ static int count_with_prefix(qv_btree_t* shop, const char* prefix) {
     return count;
 }
 
-/* An upper bound, and the entry before a key. */
+/* Bounds. */
 
-typedef struct name_s {
-    const char* text;
-    int side;                    /* 0 in a stored key; -1 sorts right before its text, 1 after it */
-    const struct name_s** lower; /* NULL in a stored key; see node_before() */
-} name_t;
+static qv_btree_node_t* upper_bound(qv_btree_t* map, const void* key) {
+    qv_btree_node_t* equal = qv_btree_find_node(map, key);
+    return equal != NULL ? qv_btree_next_node(equal) : lower_bound(map, key);
+}
 
-static int32_t compare_names(const void* a, const void* b) {
-    const name_t* left = a;
-    const name_t* right = b;
-    const int by_text = strcmp(left->text, right->text);
-    const int answer = by_text != 0 ? by_text : left->side - right->side;
-    if (answer > 0 && left->lower != NULL) {
-        *left->lower = right; /* the largest stored name yet that sorts before the key */
+static _Thread_local const void* noted; /* the last smaller key that was met */
+
+static int32_t compare_strings_and_note(const void* a, const void* b) {
+    const int32_t answer = compare_strings(a, b);
+    if (answer > 0) {
+        noted = b;
     }
     return answer;
 }
 
-static qv_btree_node_t* upper_bound(qv_btree_t* names, const char* text) {
-    const name_t key = {text, 1, NULL};
-    return lower_bound(names, &key);
+/* The map's comparator is compare_strings_and_note. */
+static qv_btree_node_t* node_before(qv_btree_t* map, const char* key) {
+    noted = NULL;
+    qv_btree_low_bound(map, key); /* passes an equal key, and ends next to the entry before */
+    return noted != NULL ? qv_btree_find_node(map, noted) : NULL;
 }
 
-static qv_btree_node_t* node_before(qv_btree_t* names, const char* text) {
-    const name_t* lower = NULL;
-    const name_t key = {text, -1, &lower};
-    qv_btree_find_node(names, &key); /* It equals no stored name: the search goes all the way. */
-    return lower != NULL ? qv_btree_find_node(names, lower) : NULL;
+static qv_btree_node_t* floor_of(qv_btree_t* map, const char* key) {
+    qv_btree_node_t* equal = qv_btree_find_node(map, key);
+    return equal != NULL ? equal : node_before(map, key);
 }
 
 /* The other direction. */
@@ -179,14 +177,34 @@ static int32_t compare_downwards(const void* a, const void* b) {
     return compare_strings(b, a);
 }
 
-static void print_downwards_from(qv_btree_t* shop, const char* name) {
+/* Returns whether there was memory. */
+static bool print_downwards(const qv_btree_t* shop) {
     qv_btree_t* falling = qv_btree_new(compare_downwards, NULL, NULL);
-    qv_btree_assign(falling, shop, NULL, NULL);         /* The keys and values stay the shop's. */
-    qv_btree_node_t* node = lower_bound(falling, name); /* The largest name not above. */
+    qv_btree_assign(falling, shop, NULL, NULL); /* The keys and values stay the shop's. */
+    const bool complete = qv_btree_size(falling) == qv_btree_size(shop);
+    qv_btree_node_t* node = complete ? qv_btree_first_node(falling) : NULL;
     for (; node != NULL; node = qv_btree_next_node(node)) {
         printf(" %s", (const char*)qv_btree_node_key(node));
     }
     qv_btree_free(falling);
+    return complete;
+}
+
+/* Moving. */
+
+/* Moves an entry between maps without destructors. Returns false, and changes nothing, when it is
+ * not in the first map, is in the second one already, or there is no memory. */
+static bool move_entry(qv_btree_t* from, qv_btree_t* to, const void* key) {
+    qv_btree_node_t* node = qv_btree_find_node(from, key);
+    const size_t before = qv_btree_size(to);
+    if (node != NULL && qv_btree_find_node(to, key) == NULL) {
+        qv_btree_insert(to, qv_btree_node_key(node), qv_btree_node_value(node));
+    }
+    if (qv_btree_size(to) == before) {
+        return false;
+    }
+    qv_btree_remove_node(from, node);
+    return true;
 }
 
 /* A set: a map whose values are NULL. */
@@ -242,8 +260,20 @@ static void* copy_string(void* string) {
 }
 
 static void* copy_article(void* article) {
-    article_t* copy = allocate_or_abort(sizeof(article_t));
-    *copy = *(const article_t*)article;
+    return memcpy(allocate_or_abort(sizeof(article_t)), article, sizeof(article_t));
+}
+
+/* Returns a copy, or NULL when there is no memory for all of it. */
+static qv_btree_t* copy_shop(const qv_btree_t* shop) {
+    qv_btree_t* copy = qv_btree_new(compare_strings, free, free);
+    qv_btree_node_t* node = qv_btree_first_node(shop);
+    for (; copy != NULL && node != NULL; node = qv_btree_next_node(node)) {
+        const article_t* article = qv_btree_node_value(node);
+        if (!add_article(copy, qv_btree_node_key(node), article->stock, article->price)) {
+            qv_btree_free(copy);
+            copy = NULL;
+        }
+    }
     return copy;
 }
 
@@ -261,22 +291,30 @@ int main(void) {
     const char* cheap = "nothing";
     qv_btree_foreach(shop, is_cheap, &cheap);
     printf("%d begin with ap, the first cheap one is %s\n", count_with_prefix(shop, "ap"), cheap);
-    printf("downwards from cake:");
-    print_downwards_from(shop, "cake");
+    printf("downwards:");
+    if (!print_downwards(shop)) {
+        return EXIT_FAILURE;
+    }
     printf("\n");
 
     /* Sharing: the view releases nothing, and must not outlive the shop's own entries. */
     qv_btree_t* view = qv_btree_copy(shop, NULL, NULL);
     /* Duplicating: a map of its own. */
     qv_btree_t* archive = qv_btree_copy(shop, copy_string, copy_article);
-    if (qv_btree_size(view) != 4 || qv_btree_size(archive) != 4) {
-        return EXIT_FAILURE; /* An entry without memory is left out. */
+    /* A map that is NULL has size 0, and entries without memory are missing. */
+    const bool complete =
+        qv_btree_size(view) == qv_btree_size(shop) && qv_btree_size(archive) == qv_btree_size(shop);
+    qv_btree_t* backup = copy_shop(shop);
+    if (!complete || backup == NULL) {
+        return EXIT_FAILURE;
     }
     qv_btree_free(view);
 
     remove_sold_out(shop);
-    printf("%d left of %d\n", (int)qv_btree_size(shop), (int)qv_btree_size(archive));
+    printf("%d left of %d and %d\n", (int)qv_btree_size(shop), (int)qv_btree_size(archive),
+           (int)qv_btree_size(backup));
     qv_btree_free(archive);
+    qv_btree_free(backup);
     qv_btree_free(shop);
 
     int numbers[] = {3, 1, 3, 2, 1};
@@ -289,18 +327,28 @@ int main(void) {
            count_orders(orders, "Ada"));
     qv_btree_free(orders);
 
-    name_t names[] = {{"Ada", 0, NULL}, {"Edsger", 0, NULL}, {"Grace", 0, NULL}};
-    qv_btree_t* people = qv_btree_new(compare_names, NULL, NULL);
+    char names[3][8] = {"Ada", "Edsger", "Grace"};
+    qv_btree_t* people = qv_btree_new(compare_strings_and_note, NULL, NULL);
     for (int i = 0; i < 3; ++i) {
-        qv_btree_insert(people, &names[i], NULL);
+        qv_btree_insert(people, names[i], NULL);
     }
-    const name_t* after_ada = qv_btree_node_key(upper_bound(people, "Ada"));
-    const name_t* after_bob = qv_btree_node_key(upper_bound(people, "Bob"));
-    const name_t* before_bob = qv_btree_node_key(node_before(people, "Bob"));
-    const name_t* before_grace = qv_btree_node_key(node_before(people, "Grace"));
-    printf("after Ada comes %s, after Bob %s\n", after_ada->text, after_bob->text);
-    printf("before Bob comes %s, before Grace %s, before Ada %s\n", before_bob->text,
-           before_grace->text, node_before(people, "Ada") == NULL ? "nobody" : "somebody");
+    printf("after Ada comes %s, after Bob %s\n",
+           (char*)qv_btree_node_key(upper_bound(people, "Ada")),
+           (char*)qv_btree_node_key(upper_bound(people, "Bob")));
+    printf("before Bob comes %s, before Ada %s\n",
+           (char*)qv_btree_node_key(node_before(people, "Bob")),
+           node_before(people, "Ada") == NULL ? "nobody" : "somebody");
+    printf("two downwards from Hal:");
+    qv_btree_node_t* node = floor_of(people, "Hal");
+    for (int i = 0; i < 2 && node != NULL; ++i) {
+        printf(" %s", (char*)qv_btree_node_key(node));
+        node = node_before(people, qv_btree_node_key(node));
+    }
+    qv_btree_t* retired = qv_btree_new(compare_strings, NULL, NULL);
+    const bool moved = move_entry(people, retired, "Ada");
+    printf("\n%d retired, %d stay\n", moved ? (int)qv_btree_size(retired) : 0,
+           (int)qv_btree_size(people));
+    qv_btree_free(retired);
     qv_btree_free(people);
 
     const char* words[] = {"to", "be", "or", "not", "to", "be"};
@@ -336,3 +384,19 @@ int main(void) {
     qv_btree_free(squares);
     return EXIT_SUCCESS;
 }
+
+/* It prints
+```text recipes
+2 begin with ap, the first cheap one is apple
+downwards: pear bread apricot apple
+2 left of 4 and 4
+3 distinct numbers, 2 orders of Ada
+after Ada comes Edsger, after Bob Edsger
+before Bob comes Ada, before Ada nobody
+two downwards from Hal: Grace Edsger
+1 retired, 2 stay
+to: 2, not: 1
+timers left: 2 2 0
+7 squared is 49
+```
+*/

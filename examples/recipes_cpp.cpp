@@ -51,7 +51,7 @@ void store(const Map& map, Key key, Value value) {
     static_cast<void>(new_value.release());
 }
 
-// A range for.
+// Entries in a for loop.
 
 class Entries {
 public:
@@ -120,3 +120,14 @@ int main() {
     writer.join();
     std::cout << "Ada has the number " << book.number_of("Ada") << '\n';
 }
+
+/* It prints
+```text recipes_cpp
+1 squared is 1
+2 squared is 4
+3 squared is 9
+4 squared is 16
+5 squared is 25
+Ada has the number 1815
+```
+*/
