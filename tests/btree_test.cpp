@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <functional>
 
 #include "events.h"
 #include "model.h"
@@ -19,16 +18,9 @@
 
 namespace {
 
-std::string seen;  // inside a callback
-
 int32_t compare(const void* a, const void* b) {
     log(num(a), "?", num(b));
     return static_cast<int32_t>(num(a) - num(b));
-}
-
-// Finds keys equal that differ in their last digit: so it shows which of two equal keys is stored.
-int32_t compare_tens(const void* a, const void* b) {
-    return static_cast<int32_t>(num(a) / 10 - num(b) / 10);
 }
 
 std::string events_of(const std::function<void()>& action) {
@@ -59,8 +51,7 @@ protected:
     void create(qv_comparator_pt key_compare) {
         inside_callback = [](Int) {};
         qv_btree_free(map);
-        observed = {map = qv_btree_new(key_compare, dtor<'k'>, dtor<'v'>)};
-        seen = "";
+        map = qv_btree_new(key_compare, dtor<'k'>, dtor<'v'>);
     }
 
     // Each key gets ten times itself as its value.
@@ -71,6 +62,7 @@ protected:
     }
 
     qv_btree_t* map = nullptr;
+    std::string seen;  // inside a callback
 };
 
 TEST_F(Map, IsEmptyAtFirst) {
@@ -136,7 +128,7 @@ TEST_F(Map, NullIsNoNode) {
 // --- Orders of calls, and what the map holds at each of them -------------------------------------
 
 TEST_F(Map, OverwritesTheValueBeforeTheKeyIsDropped) {
-    create(compare_tens);
+    create([](const void* a, const void* b) { return int32_t(num(a) / 10 - num(b) / 10); });
     fill({11});
     qv_btree_node_t* const node = map->root;
     inside_callback = [this](Int) { seen += entries(map); };
@@ -190,8 +182,7 @@ TEST(Levels, OfTheSparsestTreeHaveSoManyEntries) {
     }
     const std::string test = __FILE__;
     for (const auto& [end, levels] : {std::pair{".h", 40}, {".cpp", 40}, {".cpp", 39}}) {
-        const std::string digits = std::to_string(entries[levels]);
-        const std::string grouped = std::string(digits).insert(6, ",").insert(3, ",");
+        const auto grouped = std::to_string(entries[levels]).insert(6, ",").insert(3, ",");
         std::ifstream source(test.substr(0, test.rfind("tests")) + "src/base/qv_btree" + end);
         const std::string text(std::istreambuf_iterator<char>(source), {});
         EXPECT_TRUE(text.find(grouped) != std::string::npos) << grouped << " is not in " << end;

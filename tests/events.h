@@ -2,8 +2,7 @@
 //
 //   5?3             the comparator, with the new or searched key and a stored key
 //   alloc, refuse   HAL_Malloc with and without memory
-//   free-5          HAL_Free of the node with key 5
-//   free-map        HAL_Free of an observed map
+//   free-5          HAL_Free of the node with key 5; of an empty map it is free-0
 //   k-5, v-50       the destructors for keys and values
 //   k+5, v+50       the copy functions, which return the other number of 2n and 2n + 1
 //   5=50            the visitor, with key and value
@@ -15,7 +14,6 @@
 #include <cstring>
 #include <functional>
 #include <map>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -23,7 +21,6 @@
 using Int = intptr_t;
 
 inline std::string events;
-inline std::set<const void*> observed;                             // maps
 inline std::map<Int, int> references;                              // Destructors give one back.
 inline size_t granted = SIZE_MAX;                                  // blocks, until one is refused
 inline bool silent = false;                                        // No event, no refusal.
@@ -88,6 +85,6 @@ void* HAL_Malloc(unsigned long size) {
 }
 
 void HAL_Free(void* ptr) {
-    observed.erase(ptr) > 0 ? log("free-map") : log("free-", num(*static_cast<void**>(ptr)));
+    log("free-", num(*static_cast<void**>(ptr)));
     std::free(ptr);
 }

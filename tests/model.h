@@ -100,19 +100,16 @@ std::string difference(const Tree* tree, const Node* node, KeyOf key_of,
         return node == nullptr ? "" : "4: not empty";
     }
     const auto [left, right] = tree->child;
-    const bool is_left = left != nullptr;
-    const bool is_right = right != nullptr;
     const char* const broken =
-        node == nullptr || key_of(node) != tree->key                   ? "1: place of "
-        : node->balance != height(right) - height(left)                ? "2: balance of "
-        : node->left_child != is_left || node->right_child != is_right ? "3: flags of "
-        : !(is_left || node->left == before) || !(is_right || node->right == after)
-            ? "3: threads of "
-            : nullptr;
+        node == nullptr || key_of(node) != tree->key    ? "1: place of "
+        : node->balance != height(right) - height(left) ? "2: balance of "
+        : node->left_child != (left != nullptr) || node->right_child != (right != nullptr)
+            ? "3: flags of "
+        : (!left && node->left != before) || (!right && node->right != after) ? "3: threads of "
+                                                                              : nullptr;
     if (broken != nullptr) {
         return broken + std::to_string(tree->key);
     }
-    const auto on_left = is_left ? difference(left, node->left, key_of, before, node) : "";
-    return is_right && on_left.empty() ? difference(right, node->right, key_of, node, after)
-                                       : on_left;
+    const auto on_left = left ? difference(left, node->left, key_of, before, node) : "";
+    return right && on_left.empty() ? difference(right, node->right, key_of, node, after) : on_left;
 }
