@@ -41,13 +41,12 @@ int rank_of(int order, Int object) {
 // A negative key is one of another kind, for searches only: it equals all objects of four ranks.
 // Differences of more than 1 give the extremes.
 int32_t answer(int order, Int key, Int stored) {
-    const int difference = key >= 0 ? rank_of(order, key) - rank_of(order, stored)
-                                    : rank_of(order, ~key) / 4 - rank_of(order, stored) / 4;
-    return difference < -1 ? INT32_MIN : difference > 1 ? INT32_MAX : difference;
+    const int cmp = key >= 0 ? rank_of(order, key) - rank_of(order, stored)
+                             : rank_of(order, ~key) / 4 - rank_of(order, stored) / 4;
+    return cmp < -1 ? INT32_MIN : cmp > 1 ? INT32_MAX : cmp;
 }
 
-// --- The maps, and another one that every callback uses
-// -------------------------------------------
+// --- The maps, and another one that every callback uses ------------------------------------------
 
 qv_btree_t* maps[2];
 qv_btree_t* bystander;
@@ -122,8 +121,10 @@ Entry* search(Model& on, Int key, const char* comparator = "?", bool low_bound =
 }
 
 bool allocate() {
-    foretell(foretold_grants > 0 ? "alloc" : "refuse");
-    return foretold_grants > 0 && foretold_grants-- > 0;
+    const bool refused = foretold_grants == 0;
+    foretell(refused ? "refuse" : "alloc");
+    foretold_grants -= refused ? 0 : 1;
+    return !refused;
 }
 
 void drop(bool owned, const char* destructor, Int object) {
@@ -150,7 +151,7 @@ void insert(Model& on, Int key, Int value, bool replace) {
     }
 }
 
-bool remove(Model& on, Int key, const char* comparator = "?") {
+bool remove_entry(Model& on, Int key, const char* comparator = "?") {
     const Entry* const entry = search(on, key, comparator);
     if (entry == nullptr) {
         return false;
@@ -166,7 +167,7 @@ bool remove_until(Model& on, Int key) {
     const Entry* const end = search(on, key);
     const auto first = [&on] { return &on.entries.begin()->second; };
     while (end != nullptr && end != first() && first()->key != 0) {
-        remove(on, first()->key);
+        remove_entry(on, first()->key);
     }
     return end != nullptr;
 }
@@ -259,9 +260,9 @@ void operate(const std::string& name, size_t i, size_t other, Int key, Int value
         (replace ? qv_btree_replace : qv_btree_insert)(map, pass(key), pass(value));
         insert(on, key, value, replace);
     } else if (name == "remove") {
-        EXPECT_EQ(qv_btree_remove(map, p), remove(on, k));
+        EXPECT_EQ(qv_btree_remove(map, p), remove_entry(on, k));
     } else if (name == "remove_cmp") {
-        EXPECT_EQ(qv_btree_remove_cmp(map, p, comparator<'~'>(on.order)), remove(on, k, "~"));
+        EXPECT_EQ(qv_btree_remove_cmp(map, p, comparator<'~'>(on.order)), remove_entry(on, k, "~"));
     } else if (name == "remove_node") {
         qv_btree_node_t* const node = qv_btree_find_node(map, p);
         const Entry* const entry = search(on, k);
@@ -269,7 +270,7 @@ void operate(const std::string& name, size_t i, size_t other, Int key, Int value
         const auto next = on.entries.upper_bound(rank);
         EXPECT_EQ(key_in(qv_btree_remove_node(map, node)),
                   next != on.entries.end() ? next->second.key : -1);
-        EXPECT_EQ(node != nullptr, entry != nullptr && remove(on, entry->key));
+        EXPECT_EQ(node != nullptr, entry != nullptr && remove_entry(on, entry->key));
     } else if (name == "remove_until" && choice > 127) {
         EXPECT_EQ(qv_btree_remove_until(map, p), remove_until(on, k));
     } else if (name == "look up") {
@@ -301,12 +302,13 @@ void operate(const std::string& name, size_t i, size_t other, Int key, Int value
             insert_copies(on, models[other], key_copy != nullptr, value_copy != nullptr);
         }
     } else if (name == "copy" && choice / 4 % 8 == 0) {  // The copy takes the place of map.
-        const auto& [order, owns_keys, owns_values, tree, entries, size] = models[other];
-        Model copy = {order, key_copy && owns_keys, value_copy && owns_values};
+        const Model& from = models[other];
+        Model copy = {from.order, key_copy != nullptr && from.owns_keys,
+                      value_copy != nullptr && from.owns_values};
         qv_btree_t* const made = qv_btree_copy(maps[other], key_copy, value_copy);
         EXPECT_EQ(allocate(), made != nullptr);
         if (made != nullptr) {
-            insert_copies(copy, models[other], key_copy != nullptr, value_copy != nullptr);
+            insert_copies(copy, from, key_copy != nullptr, value_copy != nullptr);
             release(i);
             maps[i] = made;
             models[i] = copy;

@@ -30,12 +30,12 @@ std::string events_of(const std::function<void()>& action) {
 }
 
 std::string entries(const qv_btree_t* map) {
-    std::string text;
+    std::string written;
     auto* node = qv_btree_first_node(map);
-    for (; node != nullptr && text.size() < 999; node = qv_btree_next_node(node)) {
-        append(text, num(qv_btree_node_key(node)), "=", num(qv_btree_node_value(node)), " ");
+    for (; node != nullptr && written.size() < 999; node = qv_btree_next_node(node)) {
+        append(written, num(qv_btree_node_key(node)), "=", num(qv_btree_node_value(node)), " ");
     }
-    return text;
+    return written;
 }
 
 class Map : public testing::Test {
@@ -79,6 +79,7 @@ TEST_F(Map, StoresFindsAndRemoves) {
     qv_btree_insert(map, ptr(1), ptr(10));
     EXPECT_EQ(qv_btree_find(map, ptr(1)), ptr(10));
     EXPECT_EQ(qv_btree_find(map, ptr(2)), ptr(20));
+    EXPECT_EQ(qv_btree_low_bound(map, ptr(0)), ptr(1));
     EXPECT_TRUE(qv_btree_remove(map, ptr(2)));
     EXPECT_EQ(qv_btree_find(map, ptr(2)), nullptr);
     EXPECT_EQ(qv_btree_size(map), 1U);
@@ -176,16 +177,16 @@ TEST_F(Map, HasASizeAsWideAsAPointer) {
 
 // Header and source say how many entries a tree of 40 levels has at least.
 TEST(Levels, OfTheSparsestTreeHaveSoManyEntries) {
-    int entries[41] = {0, 1};
+    int fewest[41] = {0, 1};
     for (int levels = 2; levels <= 40; ++levels) {
-        entries[levels] = entries[levels - 1] + entries[levels - 2] + 1;
+        fewest[levels] = fewest[levels - 1] + fewest[levels - 2] + 1;
     }
     const std::string test = __FILE__;
     for (const auto& [end, levels] : {std::pair{".h", 40}, {".cpp", 40}, {".cpp", 39}}) {
-        const auto grouped = std::to_string(entries[levels]).insert(6, ",").insert(3, ",");
+        const auto grouped = std::to_string(fewest[levels]).insert(6, ",").insert(3, ",");
         std::ifstream source(test.substr(0, test.rfind("tests")) + "src/base/qv_btree" + end);
-        const std::string text(std::istreambuf_iterator<char>(source), {});
-        EXPECT_TRUE(text.find(grouped) != std::string::npos) << grouped << " is not in " << end;
+        const std::string lines(std::istreambuf_iterator<char>(source), {});
+        EXPECT_TRUE(lines.find(grouped) != std::string::npos) << grouped << " is not in " << end;
     }
 }
 

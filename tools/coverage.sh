@@ -9,7 +9,8 @@ ctest --preset coverage --output-log "$folder/test.log" >/dev/null ||
     { tail -n 20 "$folder/test.log"; echo "the whole log: $folder/test.log"; exit 1; }
 
 # Over two programs that include the map's source. Assertions have a branch that no correct program
-# takes, so their lines do not count; nor do the exits of calls that throw, which no callback may.
+# takes, so their lines do not count; nor do the exits of calls that throw, which no callback may:
+# gcovr knows those of calls that both programs execute.
 gcovr --root . --filter src/ --exclude-throw-branches \
     --exclude-branches-by-pattern '.*assert\(.*' --html-details "$folder/index.html" \
     --print-summary --fail-under-line 100 --fail-under-branch 100 \
