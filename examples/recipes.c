@@ -181,7 +181,7 @@ static int32_t compare_downwards(const void* a, const void* b) {
 static bool print_downwards(const qv_btree_t* shop) {
     qv_btree_t* falling = qv_btree_new(compare_downwards, NULL, NULL);
     qv_btree_assign(falling, shop, NULL, NULL); /* The keys and values stay the shop's. */
-    const bool complete = qv_btree_size(falling) == qv_btree_size(shop);
+    const bool complete = falling != NULL && qv_btree_size(falling) == qv_btree_size(shop);
     qv_btree_node_t* node = complete ? qv_btree_first_node(falling) : NULL;
     for (; node != NULL; node = qv_btree_next_node(node)) {
         printf(" %s", (const char*)qv_btree_node_key(node));
@@ -301,9 +301,8 @@ int main(void) {
     qv_btree_t* view = qv_btree_copy(shop, NULL, NULL);
     /* Duplicating: a map of its own. */
     qv_btree_t* archive = qv_btree_copy(shop, copy_string, copy_article);
-    /* A map that is NULL has size 0, and entries without memory are missing. */
-    const bool complete =
-        qv_btree_size(view) == qv_btree_size(shop) && qv_btree_size(archive) == qv_btree_size(shop);
+    const bool complete = view != NULL && qv_btree_size(view) == qv_btree_size(shop) &&
+                          archive != NULL && qv_btree_size(archive) == qv_btree_size(shop);
     qv_btree_t* backup = copy_shop(shop);
     if (!complete || backup == NULL) {
         return EXIT_FAILURE;
