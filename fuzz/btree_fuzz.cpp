@@ -19,8 +19,7 @@
 
 namespace {
 
-// --- Objects: each may be a key, a value, or both at once
-// -----------------------------------------
+// --- Objects: each may be a key, a value, or both at once ---------------------------------------
 
 // Two objects have each number, so equal keys are the same object or another one. Object 0 is NULL,
 // and may have any number. A reference comes with each pointer that a map is given. Destructors
@@ -46,7 +45,7 @@ int32_t answer(int order, Int key, Int stored) {
     return cmp < -1 ? INT32_MIN : cmp > 1 ? INT32_MAX : cmp;
 }
 
-// --- The maps, and another one that every callback uses ------------------------------------------
+// --- The maps, and another one that every callback uses -----------------------------------------
 
 qv_btree_t* maps[2];
 qv_btree_t* bystander;
@@ -76,8 +75,7 @@ qv_comparator_pt comparator(int order) {
     return order == 1 ? compare<1, mark> : order == 2 ? compare<2, mark> : compare<-1, mark>;
 }
 
-// --- The models
-// -----------------------------------------------------------------------------------
+// --- The models ---------------------------------------------------------------------------------
 
 struct Entry {
     Int key;
@@ -188,8 +186,7 @@ void insert_copies(Model& to, const Model& from, bool of_keys, bool of_values) {
     }
 }
 
-// --- One operation, on the map and on the model
-// ---------------------------------------------------
+// --- One operation, on the map and on the model -------------------------------------------------
 
 void check(size_t i) {
     Model& on = models[i];

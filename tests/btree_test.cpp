@@ -86,7 +86,7 @@ TEST_F(Map, StoresFindsAndRemoves) {
     EXPECT_FALSE(qv_btree_empty(map));
 }
 
-// --- Null: maps, nodes, keys and values -------------------------------------------------------
+// --- Null: maps, nodes, keys and values ---------------------------------------------------------
 
 TEST_F(Map, NullIsAnEmptyMapAndCallsNothing) {
     fill({1});
@@ -126,7 +126,7 @@ TEST_F(Map, NullIsNoNode) {
     EXPECT_EQ(entries(map), "1=10 2=20 ");
 }
 
-// --- Orders of calls, and what the map holds at each of them -------------------------------------
+// --- Orders of calls, and what the map holds at each of them ------------------------------------
 
 TEST_F(Map, OverwritesTheValueBeforeTheKeyIsDropped) {
     create([](const void* a, const void* b) { return int32_t(num(a) / 10 - num(b) / 10); });
@@ -168,7 +168,7 @@ TEST_F(Map, LeavesBalancedNodesAloneAndFindsTheirPredecessors) {
     }
 }
 
-// --- Limits -----------------------------------------------------------------------------------
+// --- Limits -------------------------------------------------------------------------------------
 
 TEST_F(Map, HasASizeAsWideAsAPointer) {
     map->nnodes = SIZE_MAX;
@@ -237,7 +237,7 @@ TEST_P(Deep, TakesEntriesDownToLevel40AndClimbsFromThere) {
 
 INSTANTIATE_TEST_SUITE_P(Mirrored, Deep, testing::Bool());
 
-// --- Misuse -----------------------------------------------------------------------------------
+// --- Misuse -------------------------------------------------------------------------------------
 
 // A comparator that breaks its laws may hide an entry, or lead to the one where the walk is to end.
 TEST_F(Map, EndsARemovalUntilAKeyWhereAnEntryIsNotFoundAgain) {
