@@ -339,11 +339,13 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
         return;
     }
     ++t->nnodes;
-    // The child takes over the thread in whose place it comes; its other thread leads to its
-    // parent.
     if (node == nullptr) {
         t->root = child;
-    } else if (end.cmp < 0) {
+        return;
+    }
+    // The child takes over the thread in whose place it comes; its other thread leads to its
+    // parent.
+    if (end.cmp < 0) {
         child->left = node->left;
         child->right = node;
         node->left = child;
@@ -480,11 +482,10 @@ qv_btree_t* qv_btree_new(qv_comparator_pt key_compare, qv_dtor_pt key_dtor, qv_d
 }
 
 void qv_btree_free(qv_btree_t* t) {
-    if (t == nullptr) {
-        return;
+    if (t != nullptr) {
+        qv_btree_clear(t);
+        HAL_Free(t);
     }
-    qv_btree_clear(t);
-    HAL_Free(t);
 }
 
 void qv_btree_clear(qv_btree_t* t) {
@@ -632,9 +633,8 @@ qv_btree_t* qv_btree_copy(const qv_btree_t* tree, qv_copy_pt key_copy, qv_copy_p
 
 void qv_btree_assign(qv_btree_t* tree, const qv_btree_t* other, qv_copy_pt key_copy,
                      qv_copy_pt value_copy) {
-    if (tree == nullptr || tree == other) {
-        return;
+    if (tree != nullptr && tree != other) {
+        qv_btree_clear(tree);
+        qv_btree_insert_copies(tree, other, key_copy, value_copy);
     }
-    qv_btree_clear(tree);
-    qv_btree_insert_copies(tree, other, key_copy, value_copy);
 }
