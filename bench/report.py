@@ -30,7 +30,9 @@ GROUPS = {"lookups": LOOKUPS, "updates": UPDATES, "walks": ["walk"], "copies": [
           "clearing": ["clear"], "timers": ["step"], "words": ["enter"]}
 # What each variant has or lacks; and whether it is the program as it is that lacks it.
 GAINS = {"search_prefetch": ("search: both links are prefetched before the comparison", False),
-         "branches": ("search: each side tests its own flag", False),
+         "next_key": ("search: the next key is loaded first", False),
+         "selection": ("lookups: the next node is selected", False),
+         "branches": ("updates: the next node is branched to", False),
          "walk_prefetch": ("walk: right links are prefetched", False),
          "copy_prefetch": ("copy: the next key is prefetched", False),
          "huge": ("huge pages (`GLIBC_TUNABLES=glibc.malloc.hugetlb=1`)", True),

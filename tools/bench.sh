@@ -27,10 +27,12 @@ for folder in bench bench-clang; do
 done
 boxed='^qv_btree/boxed/(1000|1000000)/'
 for number in 1 2 3 4 5; do # What something gains is measured by turns.
-    for variant in search_prefetch branches walk_prefetch copy_prefetch; do
+    for variant in search_prefetch walk_prefetch copy_prefetch; do
         measure bench "gain_${variant}_$number" "$boxed" 1 "btree_bench_without_$variant"
     done
-    measure bench-clang "gain_branches_$number" "$boxed" 1 btree_bench_without_branches
+    for variant in next_key selection branches; do
+        measure bench-clang "gain_${variant}_$number" "$boxed" 1 "btree_bench_without_$variant"
+    done
     measure bench-clang "gain_as_it_is_$number" "$boxed" 1
     measure bench "gain_as_it_is_$number" "$boxed" 1
     measure bench "gain_packed_$number" "$boxed" 1 btree_bench_packed

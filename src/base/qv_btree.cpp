@@ -53,6 +53,16 @@ static inline void qv_btree_prefetch(const void* object) {
 #endif
 }
 
+// Says that a condition is as often true as false, so that clang selects instead of branching on
+// it. Other compilers know no such hint: by them lookups branch, as updates do.
+#if defined(__clang__)
+#define QV_BTREE_UNPREDICTABLE(condition) __builtin_unpredictable(condition)
+constexpr bool QV_BTREE_LOOKUPS_SELECT = true;
+#else
+#define QV_BTREE_UNPREDICTABLE(condition) (condition)
+constexpr bool QV_BTREE_LOOKUPS_SELECT = false;
+#endif
+
 // ---------------------------------------------------------------------------------------------
 // Node navigation
 
@@ -109,51 +119,60 @@ void* qv_btree_node_value(qv_btree_node_t* node) {
 // Search
 
 // Where a search ended: at a node with an equal key, or at one whose link on the key's side is a
-// thread. In an empty map it ends at NULL with idx 0, as if to the left of it.
-struct qv_btree_place_t {
+// thread. In an empty map it ends at NULL with idx 0, as if to the right of it.
+typedef struct qv_btree_place_s {
     qv_btree_node_t* node;
-    size_t idx;   // the level of node, and its slot in a path
-    int32_t cmp;  // the comparator's last answer, for the key and that of node
-};
+    qv_btree_node_t* next;  // where the link of node on the key's side leads
+    size_t idx;             // the level of node, and its slot in a path
+    int32_t cmp;            // the comparator's last answer, for the key and that of node
+} qv_btree_place_t;
 
-// What a search is for. All searches compare from the root downwards, with key first.
+// What a search is for. All searches pass the key to the comparator first, a stored key second.
 enum class qv_btree_goal_t {
     EQUAL,      // ends at an equal key
     LOW_BOUND,  // goes on to the left at an equal key, as at any larger key
 };
 
-// Records the ancestors of where it ends in path; lookups, which do not climb back, pass NULL.
+// Searches from the root downwards. On the way it records the ancestors of the node at which it
+// ends in path, from path[1] on; lookups, which do not climb back, pass NULL.
 static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* key,
                                                qv_comparator_pt key_compare, qv_btree_goal_t goal,
                                                qv_btree_node_t** path) {
     qv_btree_node_t* node = t->root;
     if (node == nullptr) {
-        return {nullptr, 0, -1};
+        return {nullptr, nullptr, 0, 1};
     }
-    if (path != nullptr) {
-        path[0] = nullptr;
-    }
+    const void* stored_key = node->key;
     for (size_t idx = 1;; ++idx) {
         // Both nodes that may come next are loaded while the comparator is busy.
         qv_btree_node_t* const left = node->left;
         qv_btree_node_t* const right = node->right;
         qv_btree_prefetch(left);
         qv_btree_prefetch(right);
-        const int32_t cmp = key_compare(key, node->key);
-        // Each side tests its own flag, so that compilers make a branch of the choice. Where that
-        // is predicted, the processor begins the next comparison before this one has answered.
-        qv_btree_node_t* next = nullptr;
-        if (cmp > 0) {
-            if (node->right_child == 0) {
-                return {node, idx, cmp};
+        const int32_t cmp = key_compare(key, stored_key);
+        const bool is_equal = goal == qv_btree_goal_t::EQUAL && cmp == 0;
+        // A selection waits for the comparator. A branch does not where it is predicted, but costs
+        // more where it is predicted wrongly: lookups, which come in any order, select; updates,
+        // which often come in the order of the keys, branch.
+        qv_btree_node_t* next = left;
+        if (QV_BTREE_LOOKUPS_SELECT && path == nullptr) {
+            bool is_end = node->left_child == 0;
+            if (QV_BTREE_UNPREDICTABLE(cmp > 0)) {
+                next = right;
+                is_end = node->right_child == 0;
             }
+            if (is_equal || is_end) {
+                return {node, next, idx, cmp};
+            }
+        } else if (cmp > 0) {
             next = right;
-        } else {
-            if ((cmp == 0 && goal == qv_btree_goal_t::EQUAL) || node->left_child == 0) {
-                return {node, idx, cmp};
+            if (node->right_child == 0) {
+                return {node, next, idx, cmp};
             }
-            next = left;
+        } else if (node->left_child == 0 || is_equal) {
+            return {node, next, idx, cmp};
         }
+        stored_key = next->key;  // before all else, as the next comparison waits for it
         if (path != nullptr) {
             assert(idx < QV_BTREE_MAX_LEVELS);  // node has a child, so it is above the last level.
             path[idx] = node;
@@ -326,6 +345,7 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
         return;
     }
     qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
+    path[0] = nullptr;
     const qv_btree_place_t end =
         qv_btree_search(t, key, t->key_compare, qv_btree_goal_t::EQUAL, path);
     qv_btree_node_t* const node = end.node;
@@ -446,6 +466,7 @@ static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
     // In an empty map there is nothing to compare.
     assert(key_compare != nullptr || t->root == nullptr);
     qv_btree_node_t* path[QV_BTREE_MAX_LEVELS];
+    path[0] = nullptr;
     const qv_btree_place_t found =
         qv_btree_search(t, key, key_compare, qv_btree_goal_t::EQUAL, path);
     qv_btree_node_t* const node = found.node;
@@ -544,7 +565,10 @@ void* qv_btree_low_bound(qv_btree_t* t, const void* key) {
     const qv_btree_place_t end =
         qv_btree_search(t, key, t->key_compare, qv_btree_goal_t::LOW_BOUND, nullptr);
     // A search that ends on its way to the right ends just below the key: the thread leads on.
-    return qv_btree_node_key(end.cmp > 0 ? end.node->right : end.node);
+    if (QV_BTREE_UNPREDICTABLE(end.cmp > 0 && end.next == nullptr)) {
+        return nullptr;
+    }
+    return (end.cmp > 0 ? end.next : end.node)->key;
 }
 
 void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data) {
