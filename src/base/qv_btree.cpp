@@ -260,19 +260,13 @@ static qv_btree_node_t* qv_btree_node_balance(qv_btree_node_t* node) {
     return node;
 }
 
-// Returns whether node, a child of parent or the root, is a left child. The flag of the link does
-// not matter: a left thread of parent never leads to a child of it.
-static inline bool qv_btree_is_left_node(const qv_btree_node_t* parent,
-                                         const qv_btree_node_t* node) {
-    return parent != nullptr && parent->left == node;
-}
-
-// Makes subtree the left or right child of parent, or the whole tree where parent is NULL.
-static void qv_btree_relink(qv_btree_t* t, qv_btree_node_t* parent, bool left_node,
-                            qv_btree_node_t* subtree) {
+// Puts subtree in the place of node, a child of parent or, where parent is NULL, the root. The flag
+// of a left link does not matter: a left thread of parent never leads to a child of it.
+static void qv_btree_replace_child(qv_btree_t* t, qv_btree_node_t* parent,
+                                   const qv_btree_node_t* node, qv_btree_node_t* subtree) {
     if (parent == nullptr) {
         t->root = subtree;
-    } else if (left_node) {
+    } else if (parent->left == node) {
         parent->left = subtree;
     } else {
         parent->right = subtree;
@@ -283,24 +277,25 @@ static void qv_btree_relink(qv_btree_t* t, qv_btree_node_t* parent, bool left_no
 // adjusts the balances, and rotates where one is out of bounds.
 static void qv_btree_rebalance(qv_btree_t* t, qv_btree_node_t* const* path, size_t idx,
                                bool left_changed, int change) {
-    // Loop invariant: node is path[idx]; its left subtree, or its right one where left_changed is
-    // false, has changed its height by change; all balances below node are right.
-    for (qv_btree_node_t* node = path[idx]; idx > 0; --idx) {
-        qv_btree_node_t* const bparent = path[idx - 1];
-        const bool left_node = qv_btree_is_left_node(bparent, node);
+    // Loop invariant: the left subtree of path[idx], or its right one where left_changed is false,
+    // has changed its height by change; all balances below path[idx] are right.
+    for (; idx > 0; --idx) {
+        qv_btree_node_t* const node = path[idx];
+        qv_btree_node_t* const parent = path[idx - 1];
+        const bool left_node = parent != nullptr && parent->left == node;
         node->balance = static_cast<int8_t>(node->balance + (left_changed ? -change : change));
+        qv_btree_node_t* subtree = node;
         if (node->balance < -1 || node->balance > 1) {
-            node = qv_btree_node_balance(node);
-            qv_btree_relink(t, bparent, left_node, node);
+            subtree = qv_btree_node_balance(node);
+            qv_btree_replace_child(t, parent, node, subtree);
         }
         // Where one side has grown, the subtree is as tall as before only if its balance is 0 now;
         // where one has shrunk, only if its balance is not 0.
-        const bool height_is_unchanged = change > 0 ? node->balance == 0 : node->balance != 0;
+        const bool height_is_unchanged = change > 0 ? subtree->balance == 0 : subtree->balance != 0;
         if (height_is_unchanged) {
             return;  // No balance above it changes.
         }
         left_changed = left_node;
-        node = bparent;
     }
 }
 
@@ -426,7 +421,7 @@ static void qv_btree_node_replace_by_successor(qv_btree_t* t, qv_btree_node_t** 
     next->left_child = 1;
     next->left = node->left;
     next->balance = node->balance;
-    qv_btree_relink(t, parent, qv_btree_is_left_node(parent, node), next);
+    qv_btree_replace_child(t, parent, node, next);
     // In the first drawing the right subtree of next is lower than that of node was, in the second
     // one the left subtree of nextp is lower.
     qv_btree_rebalance(t, path, idx, /*left_changed=*/is_deeper, -1);
@@ -438,20 +433,22 @@ static void qv_btree_node_unlink(qv_btree_t* t, qv_btree_node_t** path,
                                  const qv_btree_place_t& found) {
     qv_btree_node_t* const node = found.node;
     qv_btree_node_t* const parent = path[found.idx - 1];
-    const bool left_node = qv_btree_is_left_node(parent, node);
+    const bool left_node = parent != nullptr && parent->left == node;
 
     if (node->left_child != 0) {
         qv_btree_node_previous(node)->right = node->right;
-        qv_btree_relink(t, parent, left_node, node->left);
+        qv_btree_replace_child(t, parent, node, node->left);
     } else if (node->right_child != 0) {
         qv_btree_next_node(node)->left = node->left;
-        qv_btree_relink(t, parent, left_node, node->right);
+        qv_btree_replace_child(t, parent, node, node->right);
+    } else if (parent == nullptr) {
+        t->root = nullptr;
+    } else if (left_node) {
+        parent->left = node->left;
+        parent->left_child = 0;
     } else {
-        // The link to a leaf becomes the leaf's own thread on that side; NULL where it is the root.
-        qv_btree_relink(t, parent, left_node, left_node ? node->left : node->right);
-        if (parent != nullptr) {
-            (left_node ? parent->left_child : parent->right_child) = 0;
-        }
+        parent->right = node->right;
+        parent->right_child = 0;
     }
     qv_btree_rebalance(t, path, found.idx - 1, /*left_changed=*/left_node, -1);
 }
