@@ -360,19 +360,13 @@ static void qv_btree_insert_internal(qv_btree_t* t, void* key, void* value, bool
     }
     // The child takes over the thread in whose place it comes; its other thread leads to its
     // parent.
-    if (end.cmp < 0) {
-        child->left = node->left;
-        child->right = node;
-        node->left = child;
-        node->left_child = 1;
-    } else {
-        child->right = node->right;
-        child->left = node;
-        node->right = child;
-        node->right_child = 1;
-    }
+    const bool is_left = end.cmp < 0;
+    child->left = is_left ? end.next : node;
+    child->right = is_left ? node : end.next;
+    *(is_left ? &node->left : &node->right) = child;
+    *(is_left ? &node->left_child : &node->right_child) = 1;
     path[end.idx] = node;  // The search does not: at the lowest level a node has no slot.
-    qv_btree_rebalance(t, path, end.idx, /*left_changed=*/end.cmp < 0, +1);
+    qv_btree_rebalance(t, path, end.idx, /*left_changed=*/is_left, +1);
 }
 
 /*
