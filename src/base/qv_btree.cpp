@@ -201,8 +201,11 @@ static inline qv_btree_place_t qv_btree_search(const qv_btree_t* t, const void* 
  *     x->balance = b - a              =  x_balance - 1 - max(y_balance, 0)
  *     y->balance = c - 1 - max(a, b)  =  min(x_balance - 2, y_balance - 1)
  *
- * The last step: if y_balance >= 0, c - 1 - a is x_balance - 2. If not, a <= b, and both minima are
- * y_balance - 1. rotate_right is the mirror image: signs change, min and max change places.
+ * The last step where y_balance >= 0: max(b, c) is c, so c - 1 - a is x_balance - 2, and c - 1 - b
+ * is y_balance - 1. Where y_balance < 0: max(b, c) is b, so x_balance >= 1 says that a <= b. Then
+ * c - 1 - max(a, b) is y_balance - 1, which is the minimum, as x_balance - 2 >= -1 > y_balance - 1.
+ *
+ * rotate_right is the mirror image: signs change, min and max change places.
  */
 
 static inline int qv_btree_min(int a, int b) {
@@ -312,26 +315,19 @@ static qv_btree_node_t* qv_btree_node_new(void* key, void* value) {
     return node;
 }
 
-static void qv_btree_node_overwrite(const qv_btree_t* t, qv_btree_node_t* node, void* key,
-                                    void* value, bool replace) {
-    if (t->value_dtor != nullptr) {
-        t->value_dtor(node->value);
-    }
-    node->value = value;
-    if (t->key_dtor != nullptr) {
-        t->key_dtor(replace ? node->key : key);
-    }
-    if (replace) {
-        node->key = key;
+static void qv_btree_drop(qv_dtor_pt dtor, void* object) {
+    if (dtor != nullptr) {
+        dtor(object);
     }
 }
 
-static void qv_btree_node_destroy_entry(const qv_btree_t* t, const qv_btree_node_t* node) {
-    if (t->key_dtor != nullptr) {
-        t->key_dtor(node->key);
-    }
-    if (t->value_dtor != nullptr) {
-        t->value_dtor(node->value);
+static void qv_btree_node_overwrite(const qv_btree_t* t, qv_btree_node_t* node, void* key,
+                                    void* value, bool replace) {
+    qv_btree_drop(t->value_dtor, node->value);
+    node->value = value;
+    qv_btree_drop(t->key_dtor, replace ? node->key : key);
+    if (replace) {
+        node->key = key;
     }
 }
 
@@ -470,7 +466,8 @@ static bool qv_btree_remove_internal(qv_btree_t* t, const char* key, bool steal,
         qv_btree_node_unlink(t, path, found);
     }
     if (!steal) {
-        qv_btree_node_destroy_entry(t, node);
+        qv_btree_drop(t->key_dtor, node->key);
+        qv_btree_drop(t->value_dtor, node->value);
     }
     HAL_Free(node);
     --t->nnodes;
@@ -509,7 +506,8 @@ void qv_btree_clear(qv_btree_t* t) {
         // Links of released nodes are never read: a successor and all nodes on the way to it are
         // later in key order.
         qv_btree_node_t* const next = qv_btree_next_node(node);
-        qv_btree_node_destroy_entry(t, node);
+        qv_btree_drop(t->key_dtor, node->key);
+        qv_btree_drop(t->value_dtor, node->value);
         HAL_Free(node);
         node = next;
     }
@@ -607,7 +605,7 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key) {
     if (end_node == nullptr) {
         return false;
     }
-    // Only a comparator that breaks its laws can take end_node away before the walk gets there.
+    // Only a callback that breaks the rules can take end_node away before the walk gets there.
     qv_btree_node_t* start_node = qv_btree_first_node(t);
     while (start_node != nullptr && start_node != end_node && start_node->key != nullptr) {
         qv_btree_node_t* const next = qv_btree_next_node(start_node);
@@ -624,8 +622,8 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key) {
 
 static void qv_btree_insert_copies(qv_btree_t* tree, const qv_btree_t* other, qv_copy_pt key_copy,
                                    qv_copy_pt value_copy) {
-    qv_btree_node_t* node = qv_btree_first_node(other);
-    for (; node != nullptr; node = qv_btree_next_node(node)) {
+    for (auto* node = qv_btree_first_node(other); node != nullptr;
+         node = qv_btree_next_node(node)) {
         qv_btree_prefetch(qv_btree_node_key(node->right));  // the next key, or one soon after it
         void* const key = key_copy != nullptr ? key_copy(node->key) : node->key;
         void* const value = value_copy != nullptr ? value_copy(node->value) : node->value;
