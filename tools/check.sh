@@ -31,7 +31,7 @@ cppcheck --quiet --error-exitcode=1 --enable=warning,style,performance,portabili
 echo "== gcc -fanalyzer"
 for file in src/base/qv_btree.cpp platform/std/hal_memory.cpp; do
     # shellcheck disable=SC2086
-    g++ -std=c++11 $warnings -Wold-style-cast -Wuseless-cast -O2 -fanalyzer -Ibuild/release/include \
+    g++ -std=c++11 $warnings -Wold-style-cast -O2 -fanalyzer -Ibuild/release/include \
         -c "$file" -o /dev/null
 done
 

@@ -7,7 +7,6 @@
 
 #include <limits.h>
 #include <stddef.h>
-#include <stdint.h>
 #include <string.h>
 
 #include "hal/hal_memory.h"
@@ -17,14 +16,9 @@
  * The caller releases it with HAL_Free. `size` must not be 0.
  */
 static inline void* qv_zalloc(size_t size) {
-#if SIZE_MAX > ULONG_MAX  // HAL_Malloc cannot be asked for more than ULONG_MAX.
-    if (size > ULONG_MAX) {
-        return nullptr;
-    }
-    void* const block = HAL_Malloc(static_cast<unsigned long>(size));
-#else
-    void* const block = HAL_Malloc(size);
-#endif
+    // HAL_Malloc cannot be asked for more, where size_t is wider.
+    const bool fits = size <= ULONG_MAX;
+    void* const block = fits ? HAL_Malloc(static_cast<unsigned long>(size)) : nullptr;
     if (block != nullptr) {
         memset(block, 0, size);
     }
