@@ -99,10 +99,8 @@ qv_btree_node_t* qv_btree_next_node(qv_btree_node_t* node) {
 
 static qv_btree_node_t* qv_btree_node_previous(qv_btree_node_t* node) {
     qv_btree_node_t* tmp = node->left;
-    if (node->left_child != 0) {
-        while (tmp->right_child != 0) {
-            tmp = tmp->right;
-        }
+    while (node->left_child != 0 && tmp->right_child != 0) {
+        tmp = tmp->right;
     }
     return tmp;
 }
