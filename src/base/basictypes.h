@@ -21,7 +21,7 @@ extern "C" {
  */
 typedef int32_t (*qv_comparator_pt)(const void* key, const void* stored_key);
 
-/** Releases a key or a value that the container no longer stores. */
+/** Releases a key or a value that the container drops. */
 typedef void (*qv_dtor_pt)(void* object);
 
 /** Returns a duplicate of a key or a value. */

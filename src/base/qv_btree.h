@@ -28,20 +28,28 @@ extern "C" {
  * these laws is undefined.
  *
  * The map itself never dereferences a key or a value. So NULL is a key like any other to a
- * comparator that can order it (but see qv_btree_low_bound() and qv_btree_remove_until()), and NULL
- * is a value like any other.
+ * comparator that can order it (but see qv_btree_first(), qv_btree_low_bound() and
+ * qv_btree_remove_until()), and NULL is a value like any other.
  *
- * **Ownership.** The map owns the keys and values that it stores: it calls the key destructor for a
- * key, and the value destructor for a value, that it no longer stores. Where a destructor is NULL,
- * objects of that kind still belong to the caller, and the map never releases them. When one entry
- * or all of them are removed, the key's destructor runs before the value's. When an equal key
- * arrives, the stored value's destructor runs before that of the key which is dropped.
+ * **Keys of another kind.** A key that is only sought need not be of the kind that is stored: it
+ * always is the comparator's first argument, and is used for nothing else. But the comparator must
+ * give it one place in the order of the stored keys: first come those for which it answers greater
+ * than 0, then those for which it answers 0, then those for which it answers less than 0. Where a
+ * sought key equals several stored keys, the first of these on the way from the root is found;
+ * qv_btree_low_bound() returns the smallest of them.
+ *
+ * **Ownership.** The map hands each key that it drops to the key destructor, and each value to the
+ * value destructor: what it no longer stores and, where an equal key is stored already, a key that
+ * it never stored. A NULL that was a key or a value is handed over like any other. Where a
+ * destructor is NULL, objects of that kind stay the caller's. When one entry or all of them are
+ * removed, the key's destructor runs before the value's. When an equal key arrives, the stored
+ * value's destructor runs before that of the key that is dropped.
  *
  * **Callbacks** run on the caller's thread, inside the call that caused them. A comparator,
- * destructor or copy function must not call a function of this header on the map that called it (in
- * copying and assigning: on either of the two maps), except qv_btree_size() and qv_btree_empty().
- * Nor must HAL_Malloc() and HAL_Free(). No callback, a visitor included, may leave by an exception
- * or longjmp().
+ * destructor or copy function may call qv_btree_size() and qv_btree_empty() on the map that called
+ * it (in copying and assigning: on both maps), and no other function of this header. A visitor may
+ * do all that does not change its map. HAL_Malloc() and HAL_Free() must not use the map at all.
+ * None of these functions may leave by an exception or longjmp().
  *
  * **Nodes.** An entry stays in the node it was created in. A node pointer stays valid, and leads to
  * the same entry, across every insertion, every overwriting of its key or value and every removal
@@ -73,10 +81,10 @@ extern "C" {
  * bound, takes a second search.
  *
  * **Threads.** A map has no lock. Lookups, visits, node navigation, qv_btree_size(),
- * qv_btree_empty() and copying from a map write nothing in it and may run in parallel with each
- * other; every other call on a map must be serialized against all calls on the same map. There is
- * no state outside the maps. Calls on different maps, and copies of one map, may call HAL_Malloc()
- * and HAL_Free() at the same time.
+ * qv_btree_empty(), and copying or assigning from a map write nothing in it and may run in parallel
+ * with each other; every other call on a map must be serialized against all calls on the same map.
+ * There is no state outside the maps. Calls that run in parallel, on different maps or from one,
+ * call HAL_Malloc() and HAL_Free() at the same time.
  *
  * **NULL.** Every function accepts a NULL map and then returns its neutral result (NULL, false, 0,
  * and true from qv_btree_empty()) or does nothing.
@@ -153,10 +161,10 @@ qv_btree_node_t* qv_btree_last_node(const qv_btree_t* t);
  */
 qv_btree_node_t* qv_btree_next_node(qv_btree_node_t* node);
 
-/** Returns the key stored in `node`; the key still belongs to the map. NULL for NULL. O(1). */
+/** Returns the key stored in `node`, whose owner stays the same. NULL for NULL. O(1). */
 void* qv_btree_node_key(qv_btree_node_t* node);
 
-/** Returns the value stored in `node`; the value still belongs to the map. NULL for NULL. O(1). */
+/** Returns the value stored in `node`, whose owner stays the same. NULL for NULL. O(1). */
 void* qv_btree_node_value(qv_btree_node_t* node);
 
 /** @} */
@@ -164,32 +172,26 @@ void* qv_btree_node_value(qv_btree_node_t* node);
 /**
  * @name Lookup and visiting
  *
- * None of these allocates, changes the map or calls a destructor. What they return still belongs to
- * the map. The comparator is called from the root downwards, with the caller's `key` first and a
- * stored key second.
+ * None of these allocates, changes the map or calls a destructor. The owner of what they return
+ * stays the same. The comparator is called from the root downwards, with the caller's `key` as its
+ * first argument and a stored key as its second. `key` may be of another kind: see ::qv_btree_t.
  * @{
  */
 
-/**
- * Returns the node whose key equals `key`, or NULL when there is none. O(log n).
- *
- * `key` is only passed to the comparator, always as its first argument. So it may be another kind
- * of object than the stored keys, if the comparator can compare both kinds with a stored key. Where
- * such a key equals several stored keys, the first of them on the way from the root is found.
- */
+/** Returns the node whose key equals `key`, or NULL when there is none. O(log n). */
 qv_btree_node_t* qv_btree_find_node(const qv_btree_t* t, const void* key);
 
 /**
  * Returns the value stored under `key`, or NULL when there is none. O(log n). An absent key and one
  * that is stored with a NULL value give the same result: only qv_btree_find_node() distinguishes
- * them. `key` may be of another kind, as in qv_btree_find_node().
+ * them.
  */
 void* qv_btree_find(qv_btree_t* t, const void* key);
 
 /**
  * Returns the value of the entry with the smallest key and, unless `key` is NULL, stores that key
- * in `*key`. For an empty or NULL map it returns NULL and sets `*key` to NULL. O(log n), without a
- * comparator call.
+ * in `*key`. For an empty or NULL map it returns NULL and sets `*key` to NULL; where NULL is stored
+ * as a key or a value, that looks the same. O(log n), without a comparator call.
  */
 void* qv_btree_first(qv_btree_t* t, void** key);
 
@@ -203,9 +205,7 @@ void* qv_btree_first(qv_btree_t* t, void** key);
  *     void* first = qv_btree_low_bound(map, key);
  *     qv_btree_node_t* node = first != NULL ? qv_btree_find_node(map, first) : NULL;
  *
- * Where NULL is stored as a key, a NULL result may be that key or mean that there is none. `key`
- * may be of another kind, as in qv_btree_find_node(). Where it equals several stored keys, the
- * smallest of them is returned.
+ * Where NULL is stored as a key, a NULL result may be that key or mean that there is none.
  */
 void* qv_btree_low_bound(qv_btree_t* t, const void* key);
 
@@ -213,8 +213,9 @@ void* qv_btree_low_bound(qv_btree_t* t, const void* key);
  * Calls `func(key, value, user_data)` for the entries in ascending order of their keys until it
  * returns true or there are no more. O(n), without a comparator call.
  *
- * `func` may use the map's lookups but must not insert into it or remove from it. It must not be
- * NULL when the map has entries: that is caught by an assertion.
+ * `func` may look up in the map, walk over it, visit it and copy from it; it must not insert,
+ * remove, clear or assign to it. It must not be NULL when the map has entries: that is caught by an
+ * assertion.
  */
 void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data);
 
@@ -224,12 +225,13 @@ void qv_btree_foreach(qv_btree_t* t, qv_key_value_pt func, void* user_data);
  * @name Insertion
  *
  * O(log n), at most one allocation. The comparator is called from the root downwards with the new
- * key first and a stored key second. Where an equal key is stored already, the entry keeps its node
- * and nothing is allocated. Nothing is returned: see "Exhausted memory" at ::qv_btree_t.
+ * key as its first argument and a stored key as its second. Where an equal key is stored already,
+ * the entry keeps its node and nothing is allocated. Nothing is returned: see "Exhausted memory" at
+ * ::qv_btree_t.
  *
  * Where there is a destructor, never pass the very key or value that is stored: it would be
- * released while it is stored. That is meant for objects with one owner. Where references are
- * counted, each pointer that is passed carries a reference of its own.
+ * released while it is stored. (Objects whose references are counted may be passed again, each time
+ * with a reference of its own.)
  * @{
  */
 
@@ -261,15 +263,15 @@ void qv_btree_replace(qv_btree_t* t, void* key, void* value);
 /**
  * Removes the entry whose key equals `key`. Returns false, having changed nothing, when there is
  * none. `key` may be the stored key itself: it is not used after the search. It may be of another
- * kind: where it equals several stored keys, the first on the way from the root is removed.
+ * kind: see ::qv_btree_t.
  */
 bool qv_btree_remove(qv_btree_t* t, const void* key);
 
 /**
- * Removes as qv_btree_remove() does, but searches with `key_compare`, called with `key` first and
- * a stored key second. So `key` may be of another kind, such as a name where records are stored,
- * but `key_compare` must agree with the order of the stored keys, or the entry may not be found.
- * `key_compare` must not be NULL when the map has entries: that is caught by an assertion.
+ * Removes as qv_btree_remove() does, but searches with `key_compare` in place of the map's own
+ * comparator: for a `key` that only `key_compare` can place in the order of the stored keys, such
+ * as a name where records are stored. `key_compare` must not be NULL when the map has entries: that
+ * is caught by an assertion.
  */
 bool qv_btree_remove_cmp(qv_btree_t* t, const void* key, qv_comparator_pt key_compare);
 
@@ -292,10 +294,10 @@ qv_btree_node_t* qv_btree_remove_node(qv_btree_t* t, qv_btree_node_t* node);
  * With the keys 1 to 10: 6 removes 1 to 5 and returns true, 1 removes nothing and returns true, 11
  * removes nothing and returns false.
  *
- * The comparator is called with `key` first, and then with stored keys only. `key` may be of
- * another kind: where it equals several stored keys, all entries before the first of these on the
- * way from the root are removed, equal ones among them. An entry whose key is a NULL pointer is
- * never removed: the call stops there and returns true.
+ * First `key` is searched for, then each removed key: only the first of these searches passes `key`
+ * to the comparator. `key` may be of another kind: where it equals several stored keys, all entries
+ * before the first of these on the way from the root are removed, equal ones among them. An entry
+ * whose key is a NULL pointer is never removed: the call stops there and returns true.
  */
 bool qv_btree_remove_until(qv_btree_t* t, const void* key);
 
@@ -306,8 +308,8 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key);
  *
  * A copy function makes the duplicate that the receiving map stores; with NULL in its place the two
  * maps share the pointer. The source's entries are taken in ascending order, each one's key copied
- * before its value, and go through qv_btree_insert(): O(n log n) with its comparator calls. The
- * source is only read.
+ * before its value, and go through qv_btree_insert(): O(n log n) with its comparator calls for the
+ * source's n entries. The source is only read.
  *
  * An entry for which there is no memory is left out and the next one follows: see "Exhausted
  * memory" at ::qv_btree_t. What a copy function returns is stored as it is: NULL as well.
@@ -320,16 +322,16 @@ bool qv_btree_remove_until(qv_btree_t* t, const void* key);
  * copy function is called.
  *
  * The new map takes over the key destructor of `tree` only with a `key_copy`, and its value
- * destructor only with a `value_copy`: it never releases what it shares with `tree`, and it must
- * not be used after `tree` has released that. Where `tree` has no destructor, the new map has none
- * either, and the duplicates belong to the caller.
+ * destructor only with a `value_copy`: it never releases what it shares with `tree`. Once `tree`
+ * has released that, the new map may only be cleared or released. Where `tree` has no destructor,
+ * the new map has none either, and the duplicates belong to the caller.
  */
 qv_btree_t* qv_btree_copy(const qv_btree_t* tree, qv_copy_pt key_copy, qv_copy_pt value_copy);
 
 /**
- * Clears `tree` as qv_btree_clear() does, then fills it with the entries of `other`; a NULL `other`
- * leaves it empty. Where there is no memory, the old entries are gone nevertheless. Does nothing
- * when both are the same map or `tree` is NULL.
+ * Clears `tree` as qv_btree_clear() does, in O(m) for its m entries, then fills it with the entries
+ * of `other`; a NULL `other` leaves it empty. Where there is no memory, the old entries are gone
+ * nevertheless. Does nothing when both are the same map or `tree` is NULL.
  *
  * `tree` keeps its own comparator and destructors. It places the entries by its own comparator: of
  * keys that it finds equal, the first stays with the last value, the others go to its destructors

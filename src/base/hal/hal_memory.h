@@ -3,8 +3,8 @@
  * The two memory functions that a platform supplies to the base layer.
  *
  * The library declares and calls them; the platform, or the program, defines them with C linkage.
- * Neither may call the map that called it. Several threads that use different maps, or copy the
- * same one, call them at the same time.
+ * Neither may use the map that called it, throw an exception or call longjmp(). Several threads
+ * that use different maps, or copy from the same one, call them at the same time.
  */
 #ifndef QV_BASE_HAL_MEMORY_H
 #define QV_BASE_HAL_MEMORY_H
